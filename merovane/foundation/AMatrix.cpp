@@ -1,0 +1,4 @@
+// Exported instantiation of AMatrix.
+#include <merovane/foundation/AMatrix.h>
+
+template class AMatrix<double>;

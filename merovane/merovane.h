@@ -1,0 +1,26 @@
+// Merovane: every public declaration of the library in one include.
+#pragma once
+
+#include <merovane/platform/Afx.h>
+#include <merovane/platform/AlignedAlloc.h>
+#include <merovane/platform/CString.h>
+#include <merovane/platform/Export.h>
+
+#include <merovane/foundation/AArray.h>
+#include <merovane/foundation/AFile.h>
+#include <merovane/foundation/AMatrix.h>
+#include <merovane/foundation/AMemFile.h>
+#include <merovane/foundation/AReadBuffer.h>
+#include <merovane/foundation/AWriteBuffer.h>
+#include <merovane/foundation/Calendar.h>
+
+#include <merovane/uvx/ABaseLine.h>
+#include <merovane/uvx/AUVXAntenns.h>
+#include <merovane/uvx/AUVXFile.h>
+#include <merovane/uvx/AUVXFqTbl.h>
+#include <merovane/uvx/AUVXHeader.h>
+#include <merovane/uvx/AUVXRecords.h>
+#include <merovane/uvx/AUVXSkanList.h>
+#include <merovane/uvx/AUVXSources.h>
+#include <merovane/uvx/AUVXTable.h>
+#include <merovane/uvx/UVXText.h>
