@@ -87,10 +87,10 @@ public:
     const T* begin() const { return data; }
     const T* end() const { return data + count; }
 
-    int count = 0;       // elements in use
-    int capacity = 0;    // elements allocated
-    int growBy = 256;    // growth step in elements
-    T* data = nullptr;   // storage, null when nothing is allocated
+    int count = 0;      // elements in use
+    int capacity = 0;   // elements allocated
+    int growBy = 256;   // growth step in elements
+    T* data = nullptr;  // storage, null when nothing is allocated
 
 protected:
     virtual T* allocate(int n) { return new T[n]; }
@@ -104,7 +104,8 @@ private:
         count = capacity = 0;
         if (other.count > 0) {
             data = allocate(other.count);
-            std::memcpy(static_cast<void*>(data), static_cast<const void*>(other.data), sizeof(T) * other.count);
+            std::memcpy(static_cast<void*>(data), static_cast<const void*>(other.data),
+                        sizeof(T) * other.count);
         }
         count = capacity = other.count;
     }

@@ -27,9 +27,13 @@ bool ABFile::Close() {
     return ok;
 }
 
-std::int64_t ABFile::GetPos() { return m_fd < 0 ? -1 : PlatformFileTell(m_fd); }
+std::int64_t ABFile::GetPos() {
+    return m_fd < 0 ? -1 : PlatformFileTell(m_fd);
+}
 
-int ABFile::Read(void* dst, int n) { return ReadHuge(dst, n); }
+int ABFile::Read(void* dst, int n) {
+    return ReadHuge(dst, n);
+}
 
 int ABFile::ReadHuge(void* dst, std::int64_t n) {
     if (n < 0 || m_fd < 0) return 0;
@@ -37,7 +41,9 @@ int ABFile::ReadHuge(void* dst, std::int64_t n) {
     return PlatformFileRead(m_fd, dst, n) == n ? 1 : 0;
 }
 
-int ABFile::Write(const void* src, int n) { return WriteHuge(src, n); }
+int ABFile::Write(const void* src, int n) {
+    return WriteHuge(src, n);
+}
 
 int ABFile::WriteHuge(const void* src, std::int64_t n) {
     if (n < 0 || m_fd < 0) return 0;
@@ -45,7 +51,9 @@ int ABFile::WriteHuge(const void* src, std::int64_t n) {
     return PlatformFileWrite(m_fd, src, n) == n ? 1 : 0;
 }
 
-std::int64_t ABFile::GetLength() { return m_fd < 0 ? -1 : PlatformFileSize(m_fd); }
+std::int64_t ABFile::GetLength() {
+    return m_fd < 0 ? -1 : PlatformFileSize(m_fd);
+}
 
 int ABFile::Seek(std::int64_t pos) {
     if (m_fd < 0 || pos < 0) return 0;

@@ -72,4 +72,6 @@ int AFailFile::Seek(std::int64_t pos) {
     return AMemFile::Seek(pos);
 }
 
-std::int64_t AFailFile::GetLength() { return failLength ? -1 : AMemFile::GetLength(); }
+std::int64_t AFailFile::GetLength() {
+    return failLength ? -1 : AMemFile::GetLength();
+}

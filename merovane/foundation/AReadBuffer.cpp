@@ -7,7 +7,9 @@
 
 #include <merovane/platform/Afx.h>
 
-AReadBuffer::~AReadBuffer() { AReadBuffer::Close(); }
+AReadBuffer::~AReadBuffer() {
+    AReadBuffer::Close();
+}
 
 bool AReadBuffer::Create(int blockSize, ABFile* stream) {
     if (stream == nullptr) {

@@ -7,9 +7,15 @@
 #include <merovane/platform/Afx.h>
 
 ABaseWriteBuffer::~ABaseWriteBuffer() = default;
-int ABaseWriteBuffer::Write(const void*, int) { return -1; }
-int ABaseWriteBuffer::Flush() { return -1; }
-int ABaseWriteBuffer::Close() { return 0; }
+int ABaseWriteBuffer::Write(const void*, int) {
+    return -1;
+}
+int ABaseWriteBuffer::Flush() {
+    return -1;
+}
+int ABaseWriteBuffer::Close() {
+    return 0;
+}
 
 AWriteBuffer::~AWriteBuffer() = default;
 
@@ -19,7 +25,8 @@ int AWriteBuffer::Create(int blockSize, ABFile* stream) {
         return 0;
     }
     std::free(block);
-    block = blockSize > 0 ? static_cast<unsigned char*>(std::malloc(static_cast<std::size_t>(blockSize))) : nullptr;
+    block = blockSize > 0 ? static_cast<unsigned char*>(std::malloc(static_cast<std::size_t>(blockSize)))
+                          : nullptr;
     size = block != nullptr ? blockSize : 0;
     used = 0;
     file = stream;

@@ -23,10 +23,14 @@ AfxMessageBoxHandler AfxSetMessageBoxHandler(AfxMessageBoxHandler handler, void*
     return previous;
 }
 
-int AfxMessageBox(const char* text, unsigned, unsigned) { return g_handler(text, g_user); }
+int AfxMessageBox(const char* text, unsigned, unsigned) {
+    return g_handler(text, g_user);
+}
 
 COleException::COleException(std::uint32_t sc) : m_sc(sc) {
     std::snprintf(m_what, sizeof m_what, "OLE exception 0x%08X", static_cast<unsigned>(sc));
 }
 
-void AfxThrowOleException(std::uint32_t sc) { throw COleException(sc); }
+void AfxThrowOleException(std::uint32_t sc) {
+    throw COleException(sc);
+}

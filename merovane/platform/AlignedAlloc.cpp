@@ -12,4 +12,6 @@ void* AlignedMalloc(std::size_t size, std::size_t alignment) {
     return std::aligned_alloc(alignment, rounded);
 }
 
-void AlignedFree(void* block) { std::free(block); }
+void AlignedFree(void* block) {
+    std::free(block);
+}

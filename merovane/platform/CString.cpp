@@ -10,7 +10,9 @@ namespace {
 
 const char kWhiteSpace[] = " \t\r\n\v\f";
 
-bool isIn(char ch, const char* set) { return ch != '\0' && std::strchr(set, ch) != nullptr; }
+bool isIn(char ch, const char* set) {
+    return ch != '\0' && std::strchr(set, ch) != nullptr;
+}
 
 }  // namespace
 
@@ -47,7 +49,9 @@ int CString::FindOneOf(const char* chars) const {
     return at == std::string::npos ? -1 : static_cast<int>(at);
 }
 
-CString CString::Mid(int first) const { return Mid(first, GetLength()); }
+CString CString::Mid(int first) const {
+    return Mid(first, GetLength());
+}
 
 CString CString::Mid(int first, int count) const {
     if (first < 0) first = 0;
@@ -56,7 +60,9 @@ CString CString::Mid(int first, int count) const {
     return CString(m_text.substr(static_cast<std::size_t>(first), static_cast<std::size_t>(count)));
 }
 
-CString CString::Left(int count) const { return Mid(0, count); }
+CString CString::Left(int count) const {
+    return Mid(0, count);
+}
 
 CString CString::Right(int count) const {
     if (count < 1) return CString();
@@ -64,10 +70,18 @@ CString CString::Right(int count) const {
     return Mid(GetLength() - count, count);
 }
 
-CString& CString::Trim() { return TrimRight().TrimLeft(); }
-CString& CString::TrimLeft() { return TrimLeft(kWhiteSpace); }
-CString& CString::TrimRight() { return TrimRight(kWhiteSpace); }
-CString& CString::Trim(char target) { return TrimRight(target).TrimLeft(target); }
+CString& CString::Trim() {
+    return TrimRight().TrimLeft();
+}
+CString& CString::TrimLeft() {
+    return TrimLeft(kWhiteSpace);
+}
+CString& CString::TrimRight() {
+    return TrimRight(kWhiteSpace);
+}
+CString& CString::Trim(char target) {
+    return TrimRight(target).TrimLeft(target);
+}
 
 CString& CString::TrimLeft(char target) {
     const char set[2] = {target, '\0'};
@@ -79,7 +93,9 @@ CString& CString::TrimRight(char target) {
     return TrimRight(set);
 }
 
-CString& CString::Trim(const char* targets) { return TrimRight(targets).TrimLeft(targets); }
+CString& CString::Trim(const char* targets) {
+    return TrimRight(targets).TrimLeft(targets);
+}
 
 CString& CString::TrimLeft(const char* targets) {
     if (targets == nullptr) return *this;
@@ -134,7 +150,8 @@ int CString::Remove(char ch) {
 
 int CString::Delete(int index, int count) {
     if (index < 0) index = 0;
-    if (count > 0 && index < GetLength()) m_text.erase(static_cast<std::size_t>(index), static_cast<std::size_t>(count));
+    if (count > 0 && index < GetLength())
+        m_text.erase(static_cast<std::size_t>(index), static_cast<std::size_t>(count));
     return GetLength();
 }
 
@@ -173,7 +190,9 @@ void CString::Format(const char* format, ...) {
     va_end(args);
 }
 
-int CString::Compare(const char* other) const { return std::strcmp(m_text.c_str(), other ? other : ""); }
+int CString::Compare(const char* other) const {
+    return std::strcmp(m_text.c_str(), other ? other : "");
+}
 
 int CString::CompareNoCase(const char* other) const {
     CString a(*this), b(other);
@@ -195,8 +214,18 @@ CString& CString::operator+=(char ch) {
     return *this;
 }
 
-CString operator+(const CString& a, const CString& b) { return CString(a.m_text + b.m_text); }
-CString operator+(const CString& a, const char* b) { return CString(a.m_text + (b ? b : "")); }
-CString operator+(const char* a, const CString& b) { return CString((a ? a : "") + b.m_text); }
-CString operator+(const CString& a, char b) { return CString(a.m_text + b); }
-CString operator+(char a, const CString& b) { return CString(std::string(1, a) + b.m_text); }
+CString operator+(const CString& a, const CString& b) {
+    return CString(a.m_text + b.m_text);
+}
+CString operator+(const CString& a, const char* b) {
+    return CString(a.m_text + (b ? b : ""));
+}
+CString operator+(const char* a, const CString& b) {
+    return CString((a ? a : "") + b.m_text);
+}
+CString operator+(const CString& a, char b) {
+    return CString(a.m_text + b);
+}
+CString operator+(char a, const CString& b) {
+    return CString(std::string(1, a) + b.m_text);
+}

@@ -1,19 +1,25 @@
 // POSIX implementation of the file primitives.
 #include <merovane/platform/PlatformFile.h>
 
-#include <cerrno>
-#include <cstring>
 #include <fcntl.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
 #include <unistd.h>
+#include <cerrno>
+#include <cstring>
 
 int PlatformFileOpen(const char* path, PlatformOpenMode mode, CString* error) {
     int flags = O_CLOEXEC;
     switch (mode) {
-        case PlatformOpenMode::Read: flags |= O_RDONLY; break;
-        case PlatformOpenMode::ReadWrite: flags |= O_RDWR; break;
-        case PlatformOpenMode::Create: flags |= O_RDWR | O_CREAT | O_TRUNC; break;
+        case PlatformOpenMode::Read:
+            flags |= O_RDONLY;
+            break;
+        case PlatformOpenMode::ReadWrite:
+            flags |= O_RDWR;
+            break;
+        case PlatformOpenMode::Create:
+            flags |= O_RDWR | O_CREAT | O_TRUNC;
+            break;
     }
     int fd = ::open(path ? path : "", flags, 0644);
     if (fd < 0 && error) *error = CString(std::strerror(errno));
@@ -54,7 +60,9 @@ std::int64_t PlatformFileSeek(int fd, std::int64_t pos) {
     return static_cast<std::int64_t>(::lseek(fd, static_cast<off_t>(pos), SEEK_SET));
 }
 
-std::int64_t PlatformFileTell(int fd) { return static_cast<std::int64_t>(::lseek(fd, 0, SEEK_CUR)); }
+std::int64_t PlatformFileTell(int fd) {
+    return static_cast<std::int64_t>(::lseek(fd, 0, SEEK_CUR));
+}
 
 std::int64_t PlatformFileSize(int fd) {
     struct stat st;
@@ -62,11 +70,17 @@ std::int64_t PlatformFileSize(int fd) {
     return static_cast<std::int64_t>(st.st_size);
 }
 
-bool PlatformFileClose(int fd) { return ::close(fd) == 0; }
+bool PlatformFileClose(int fd) {
+    return ::close(fd) == 0;
+}
 
-bool PlatformFileRemove(const char* path) { return ::unlink(path) == 0; }
+bool PlatformFileRemove(const char* path) {
+    return ::unlink(path) == 0;
+}
 
-CString PlatformLastErrorText() { return CString(std::strerror(errno)); }
+CString PlatformLastErrorText() {
+    return CString(std::strerror(errno));
+}
 
 std::int64_t PlatformPeakResidentBytes() {
     struct rusage usage;
