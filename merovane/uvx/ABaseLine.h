@@ -15,6 +15,9 @@ struct ABaseLineItem {
 #pragma pack(pop)
 static_assert(sizeof(ABaseLineItem) == 3, "ABaseLineItem is 3 bytes");
 
+// Declared before the class that derives from it, so that the instantiation is exported.
+extern template class MEROVANE_API AArray<ABaseLineItem>;
+
 // Items sort by ant1, then ant2 (as the signed bytes of the group), then flag; each is held once.
 class MEROVANE_API ABaseLine : public AArray<ABaseLineItem> {
 public:
@@ -27,5 +30,3 @@ public:
     static std::int8_t Ant1(const ABaseLineItem& item) { return static_cast<std::int8_t>(item.ants & 0xFF); }
     static std::int8_t Ant2(const ABaseLineItem& item) { return static_cast<std::int8_t>(item.ants >> 8); }
 };
-
-extern template class MEROVANE_API AArray<ABaseLineItem>;

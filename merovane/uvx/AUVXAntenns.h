@@ -11,10 +11,13 @@
 // One station: name, geocentric position in metres, telescope ID.
 struct MEROVANE_API AUVXTlscItem {
     CString Name() const;
-    char name[16];  // NUL-padded station code such as "EF"
-    double x, y, z; // metres, earth-centred (y negated where the table is left-handed: see rightHanded)
+    char name[16];   // NUL-padded station code such as "EF"
+    double x, y, z;  // metres, earth-centred (y negated where the table is left-handed: see rightHanded)
     std::int32_t id;
 };
+
+// Declared before the class that derives from it, so that the instantiation is exported.
+extern template class MEROVANE_API AArray<AUVXTlscItem>;
 
 // The "AN" table: columns "ANNAME" (8A), "STABXYZ" (3D, metres), "NOSTA" (1J, the telescope ID);
 // keyword "XYZHAND" = "RIGHT" or "LEFT" (absent: right-handed). Rows in table order.
@@ -33,5 +36,3 @@ public:
     // False: the coordinates are in a left-handed frame, and users negate y.
     bool rightHanded = true;
 };
-
-extern template class MEROVANE_API AArray<AUVXTlscItem>;

@@ -20,7 +20,8 @@ class MEROVANE_API AUVXFile {
 public:
     // Length of the prologue before the header, and where the first record starts.
     static constexpr std::int64_t kPrologueBytes = 32;
-    static constexpr std::int64_t kFirstRecordPos = kPrologueBytes + static_cast<std::int64_t>(sizeof(AUVXHeader));
+    static constexpr std::int64_t kFirstRecordPos =
+        kPrologueBytes + static_cast<std::int64_t>(sizeof(AUVXHeader));
 
     AUVXFile() = default;
     AUVXFile(const AUVXFile&) = delete;

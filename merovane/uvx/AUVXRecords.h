@@ -34,6 +34,10 @@ static_assert(offsetof(AUVXGroup, time) == 16, "AUVXGroup::time at 16");
 static_assert(offsetof(AUVXGroup, ant1) == 24, "AUVXGroup::ant1 at 24");
 static_assert(sizeof(AUVXComplex) == 12, "AUVXComplex is 12 bytes on disk");
 
+// Declared before AUVXVisibility derives from it, so that the instantiations are exported.
+extern template class MEROVANE_API AArray<AUVXGroup>;
+extern template class MEROVANE_API AArray<AUVXComplex>;
+
 // The cube of one record. Element (iIF, iChan, iStokes) is data[(iIF * nChan + iChan) * nStokes + iStokes].
 // nIF may be 0 (a file without IF axis); the cube then has max(1, nIF) bands all the same.
 class MEROVANE_API AUVXVisibility : public AArray<AUVXComplex> {
@@ -50,6 +54,3 @@ public:
     std::int32_t nChan = 0;
     std::int32_t nStokes = 0;
 };
-
-extern template class MEROVANE_API AArray<AUVXGroup>;
-extern template class MEROVANE_API AArray<AUVXComplex>;

@@ -12,6 +12,9 @@ struct AUVXSkanListItem {
     double end;
 };
 
+// Declared before the class that derives from it, so that the instantiation is exported.
+extern template class MEROVANE_API AArray<AUVXSkanListItem>;
+
 // The "SL" table: columns "START" and "END" (1D each, seconds from 0h of the reference day),
 // "SOURCE ID" (1J); keyword "REFDAY" = the reference day as a Modified Julian Date (integer).
 class MEROVANE_API AUVXSkanList : public AArray<AUVXSkanListItem> {
@@ -22,5 +25,3 @@ public:
 
     std::int32_t refDay = 0;
 };
-
-extern template class MEROVANE_API AArray<AUVXSkanListItem>;

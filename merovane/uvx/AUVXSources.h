@@ -15,6 +15,9 @@ struct MEROVANE_API AUVXSourceItem {
     double ra, dec;   // degrees, at the header's equinox
 };
 
+// Declared before the class that derives from it, so that the instantiation is exported.
+extern template class MEROVANE_API AArray<AUVXSourceItem>;
+
 // The "SU" table: columns "ID. NO." (1J), "SOURCE" (16A), "RAEPO" (1D, degrees), "DECEPO" (1D, degrees).
 class MEROVANE_API AUVXSources : public AArray<AUVXSourceItem> {
 public:
@@ -24,5 +27,3 @@ public:
     // Row of source `id`, negative if none.
     int IndexForID(int id) const;
 };
-
-extern template class MEROVANE_API AArray<AUVXSourceItem>;

@@ -11,9 +11,9 @@
 #pragma pack(push, 1)
 // Column descriptor, 36 bytes as in the file: the name first.
 struct AXTblColumn {
-    char name[20];        // NUL-padded
-    char unit[8];         // NUL-padded, e.g. "METERS", "DAYS"
-    char type;            // 'A' char, 'L' logical, 'I' int16, 'J' int32, 'E' float, 'D' double
+    char name[20];  // NUL-padded
+    char unit[8];   // NUL-padded, e.g. "METERS", "DAYS"
+    char type;      // 'A' char, 'L' logical, 'I' int16, 'J' int32, 'E' float, 'D' double
     char reserved[3];
     std::int32_t repeat;  // elements of `type` in one row, at least 1
 };
@@ -74,6 +74,8 @@ public:
     // Appends a row of zero bytes and returns its index.
     int AddRow();
     void SetKeyword(const char* name, std::int64_t value);
+    // An int literal would be ambiguous between the integer and the double form: it is an integer.
+    void SetKeyword(const char* name, int value) { SetKeyword(name, static_cast<std::int64_t>(value)); }
     void SetKeyword(const char* name, double value);
     void SetKeyword(const char* name, const char* value);
 
