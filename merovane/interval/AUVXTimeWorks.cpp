@@ -1,0 +1,298 @@
+// AUVXTimeWorks: the interval driver, the record output and the table copy.
+#include <merovane/interval/AUVXTimeWorks.h>
+
+#include <algorithm>
+#include <cstdlib>
+#include <memory>
+
+#include <merovane/foundation/AReadBuffer.h>
+#include <merovane/uvx/AUVXTable.h>
+#include <merovane/uvx/UVXText.h>
+
+namespace {
+
+// Both blocks of the run, as the host's file system likes them: large sequential transfers.
+constexpr int kBlockBytes = 4194304;
+
+// (t - base) / step truncated toward zero to a 32-bit integer. A quotient outside that range (or NaN)
+// gives the integer indefinite value, as the processor's truncating conversion does, instead of
+// undefined behaviour.
+std::int32_t gridIndex(double quotient) {
+    if (quotient > -2147483649.0 && quotient < 2147483648.0) return static_cast<std::int32_t>(quotient);
+    return INT32_MIN;
+}
+
+}  // namespace
+
+AUVXTimeWorks::AUVXTimeWorks() = default;
+AUVXTimeWorks::AUVXTimeWorks(const AUVXTimeWorks& other) = default;
+AUVXTimeWorks& AUVXTimeWorks::operator=(const AUVXTimeWorks& other) = default;
+// The block goes with the last share of m_writeBlock; m_writeBuffer frees nothing when destroyed.
+AUVXTimeWorks::~AUVXTimeWorks() = default;
+
+bool AUVXTimeWorks::Filter(AUVXVisibility&, AUVXGroup&, int) {
+    return true;
+}
+
+bool AUVXTimeWorks::IntervalsExec_Calculate(APtrArray<AUVXVisibility*>&, AArray<AUVXGroup>&, double, double) {
+    return true;
+}
+
+bool AUVXTimeWorks::IntervalsExec_Init() {
+    return true;
+}
+
+bool AUVXTimeWorks::IntervalsExec_Finalize() {
+    return true;
+}
+
+void AUVXTimeWorks::ShowPercent(int) {}
+
+bool AUVXTimeWorks::DropTimeData(AUVXGroup& group, AUVXVisibility& vis, int) {
+    if (m_outFile == nullptr) return true;
+    return writeRecord(group, vis);
+}
+
+bool AUVXTimeWorks::GetSkanList(AUVXFile& file, AUVXSkanList& list) {
+    list.Free();
+    AUVXTable* table = file.GetTable("SL");
+    if (table == nullptr) return false;
+    list.Create(*table);
+    delete table;
+    return true;
+}
+
+int AUVXTimeWorks::GetIndexFromSL(AUVXSkanList& list, double mjd, double time) {
+    double x = (static_cast<double>(list.refDay) - mjd) * 86400.0 + time;
+    for (int i = 0; i < list.count; ++i) {
+        if (list[i].start <= x && x < list[i].end) return i;
+    }
+    return -1;
+}
+
+void AUVXTimeWorks::releaseWriteBlock() {
+    // The pointer in m_writeBuffer may be shared with copies of this object (or may be a share this
+    // object no longer holds): it is never freed from here, only the share is dropped.
+    m_writeBuffer.block = nullptr;
+    m_writeBuffer.size = 0;
+    m_writeBuffer.used = 0;
+    m_writeBlock.reset();
+}
+
+bool AUVXTimeWorks::IntervalsExec(AUVXFile* in, AUVXFile* out, double start, double step, int* abort) {
+    if (in == nullptr) {
+        m_errMsg = "No input UVX-file";
+        return false;
+    }
+
+    // 1. The header and the state of the run.
+    AUVXHeader inHeader(*in);
+    m_header = inHeader;
+
+    double intervalStart = start;
+    double intervalEnd = step > 0 ? start + step : start;
+    double gridBase = start;
+    double lastTime = -1.0;
+    bool firstRecord = true;
+    int lastPercent = 0;
+    const double mjd = m_header.refJD - 2400000.5;
+    APtrArray<AUVXVisibility*> vis;
+    vis.growBy = 256;
+    AArray<AUVXGroup> groups;
+    groups.growBy = 256;
+    AUVXSkanList skanList;
+    AReadBuffer readBuffer;
+
+    // 2. The host's preparation, before anything of this run is stored in the object.
+    if (!IntervalsExec_Init()) return false;
+
+    // 3. The scan list; a file without one runs with the empty list.
+    if (m_useSkanList && step > 0) GetSkanList(*in, skanList);
+
+    // 4. The input stream from its first record.
+    in->SeekUVGroup(0);
+    if (!readBuffer.Create(kBlockBytes, in->file)) {
+        m_errMsg = "Can`t create read buffer.";
+        return false;
+    }
+
+    // 5.
+    m_abortFlag = abort;
+    m_inFile = in;
+    m_outFile = out;
+
+    // 6. The output: its header now, the records behind it through the write block.
+    if (out != nullptr) {
+        if (!out->Write(m_header)) {
+            m_errMsg = "Error write UVX-header";
+            return false;
+        }
+        out->SeekUVGroup(0);
+        releaseWriteBlock();
+        if (m_writeBuffer.Create(kBlockBytes, out->file) <= 0) {
+            m_errMsg = "Can`t create write buffer";
+            return false;
+        }
+        m_writeBlock.reset(m_writeBuffer.block, [](unsigned char* p) { std::free(p); });
+    }
+
+    // Closes the open interval: hands its records to the hook and empties the arrays.
+    auto closeInterval = [&]() -> bool {
+        if (groups.count > 0 && !IntervalsExec_Calculate(vis, groups, intervalStart, intervalEnd))
+            return false;
+        vis.Free();
+        groups.Free();
+        return true;
+    };
+
+    // 7. The records.
+    const int nGroups = in->nGroups;
+    for (int index = 0; index < nGroups; ++index) {
+        if (abort != nullptr && *abort != 0) {
+            m_errMsg = "User abort";
+            return false;
+        }
+
+        int percent = static_cast<int>((index + 1) * 100.0 / nGroups + 0.5);
+        if (percent != lastPercent) {
+            ShowPercent(percent);
+            lastPercent = percent;
+        }
+
+        AUVXGroup group;
+        if (!readBuffer.Read(&group, static_cast<int>(sizeof(AUVXGroup)))) {
+            m_errMsg = toStr(index, "Error reading AUVXGroup #%d");
+            return false;
+        }
+        // Owned here until the interval's array takes it; released on every other way out.
+        std::unique_ptr<AUVXVisibility> record(new AUVXVisibility(*in));
+        if (!readBuffer.Read(record->data, record->count * static_cast<int>(sizeof(AUVXComplex)))) {
+            m_errMsg = toStr(index, "Error reading Visibility #%d");
+            return false;
+        }
+
+        if (!Filter(*record, group, index)) continue;
+
+        double t = group.time;
+        if (!(t >= intervalStart)) {
+            if (!DropTimeData(group, *record, index)) return false;
+            continue;
+        }
+
+        if (firstRecord) {
+            // The first interval is not put on the grid: it runs from `start`, cut at the end of the
+            // scan that holds its first record.
+            firstRecord = false;
+            int i = GetIndexFromSL(skanList, mjd, t);
+            if (i >= 0) {
+                gridBase = skanList[i].start;
+                intervalEnd = std::min(skanList[i].end, intervalEnd);
+            }
+        }
+
+        bool closes = step > 0 ? t >= intervalEnd : t != lastTime;
+        if (closes) {
+            if (!closeInterval()) return false;
+            lastTime = t;
+            if (!(step > 0)) {
+                intervalStart = intervalEnd = t;
+            } else {
+                // The grid restarts at the scan that holds t; a record outside every scan keeps it.
+                int i = GetIndexFromSL(skanList, mjd, t);
+                if (i >= 0) gridBase = skanList[i].start;
+                std::int32_t k = gridIndex((t - gridBase) / step);
+                intervalStart = k * step + gridBase;
+                intervalEnd = intervalStart + step;
+                if (i >= 0) intervalEnd = std::min(skanList[i].end, intervalEnd);
+            }
+        }
+
+        groups.Add(group);
+        vis.Add(record.get());
+        record.release();
+    }
+
+    // 8. The last interval.
+    if (!closeInterval()) return false;
+
+    // 9.
+    if (!IntervalsExec_Finalize()) return false;
+
+    // 10. The end of the output: waiting records, the header with its final statistics, the tables.
+    if (m_outFile != nullptr) {
+        if (m_writeBuffer.Flush() < 0) {
+            m_errMsg = "Error flush UV data";
+            return false;
+        }
+        if (!m_outFile->Write(m_header)) {
+            m_errMsg = "Error write UVX-header";
+            return false;
+        }
+        if (!WriteTable(*in, *m_outFile)) {
+            m_errMsg = "Error write UVX-table";
+            return false;
+        }
+    }
+    return true;
+}
+
+bool AUVXTimeWorks::writeRecord(const AUVXGroup& group, const AUVXVisibility& vis) {
+    if (m_writeBuffer.Write(&group, static_cast<int>(sizeof(AUVXGroup))) <= 0) {
+        m_errMsg = "Error write UVG data";
+        return false;
+    }
+    if (m_writeBuffer.Write(vis.data, vis.count * static_cast<int>(sizeof(AUVXComplex))) <= 0) {
+        m_errMsg = "Error write Visibility data";
+        return false;
+    }
+    // Every element counts, flagged or not. The lower test is "not at least the minimum", so a NaN
+    // takes the minimum and the next value takes it back; the upper test never lets a NaN in.
+    double reMin = m_header.reMin, reMax = m_header.reMax;
+    double imMin = m_header.imMin, imMax = m_header.imMax;
+    const AUVXComplex* e = vis.data;
+    for (int k = 0; k < vis.count; ++k) {
+        double x = e[k].re;
+        if (!(x >= reMin)) reMin = x;
+        if (x > reMax) reMax = x;
+        double y = e[k].im;
+        if (!(y >= imMin)) imMin = y;
+        if (y > imMax) imMax = y;
+    }
+    m_header.reMin = reMin;
+    m_header.reMax = reMax;
+    m_header.imMin = imMin;
+    m_header.imMax = imMax;
+    return true;
+}
+
+bool AUVXTimeWorks::WriteData(APtrArray<AUVXVisibility*>& vis, AArray<AUVXGroup>& groups, double, double) {
+    for (int k = 0; k < vis.count; ++k) {
+        if (!writeRecord(groups[k], *vis[k])) return false;
+    }
+    return true;
+}
+
+bool AUVXTimeWorks::WriteTable(AUVXFile& in, AUVXFile& out) {
+    if (m_outFile == nullptr) return true;
+    AUVXTableHeader tables(in);
+    for (int i = 0; i < tables.nTables; ++i) {
+        if (!in.Seek(tables.positions[i])) {
+            m_errMsg = toStr(i, "Error SEEK to UVX-table #%d");
+            return false;
+        }
+        AUVXTable table(*in.file);
+        if (!table.IsValid()) {
+            m_errMsg = toStr(i, "Error read UVX-table #%d");
+            return false;
+        }
+        if (!m_outFile->AddTable(table)) {
+            m_errMsg = toStr(i, "Error add UVX-table #%d");
+            return false;
+        }
+    }
+    if (!out.Close()) {
+        m_errMsg = "Error close UVX-file";
+        return false;
+    }
+    return true;
+}
