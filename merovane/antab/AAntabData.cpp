@@ -1,0 +1,551 @@
+// AAntabData: the ANTAB line parser, the binding to the AN table and the per-record calibration.
+#include <merovane/antab/AAntabData.h>
+
+#include <cmath>
+#include <cstdlib>
+#include <cstring>
+#include <memory>
+
+#include <merovane/uvx/AUVXAntenns.h>
+#include <merovane/uvx/AUVXTable.h>
+#include <merovane/uvx/UVXText.h>
+
+template class AArray<AAntabTlsc*>;
+template class APtrArray<AAntabTlsc*>;
+
+namespace {
+
+const char kPrefix[] = "Error> <AAntabData> ";
+
+// A double truncated towards zero into an int, saturating instead of undefined for any input.
+int truncToInt(double v) {
+    if (!(v == v)) return 0;
+    if (v >= 2147483647.0) return 2147483647;
+    if (v <= -2147483648.0) return -2147483647 - 1;
+    return static_cast<int>(v);
+}
+
+// The rest of a line from its first blank on, left-trimmed; empty if it has no blank.
+void dropWord(CString& rest) {
+    const int blank = rest.Find(' ');
+    if (blank < 0) {
+        rest.Empty();
+    } else {
+        rest = rest.Mid(blank);
+        rest.TrimLeft();
+    }
+}
+
+// The text in front of the first blank, left-trimmed; empty when there is no blank at all.
+CString peekWord(const CString& rest) {
+    const int blank = rest.Find(' ');
+    CString word;
+    if (blank >= 0) {
+        word = rest.Left(blank);
+        word.TrimLeft();
+    }
+    return word;
+}
+
+CString takeWord(CString& rest) {
+    CString word = peekWord(rest);
+    dropWord(rest);
+    return word;
+}
+
+// Moves the rest behind the first "=" (whatever stands in front of it is skipped); false if none.
+bool passSign(CString& rest) {
+    rest.TrimLeft();
+    const int sign = rest.Find('=');
+    if (sign < 0) return false;
+    rest = rest.Mid(sign + 1);
+    rest.TrimLeft();
+    return true;
+}
+
+// The rest in front of the first `terminator` (at most 1000 characters when there is none); the
+// rest then starts at the terminator, left-trimmed.
+CString takeValue(CString& rest, char terminator) {
+    int at = rest.Find(terminator);
+    if (at < 0) at = 1000;
+    CString value = rest.Left(at);
+    rest = rest.Mid(at);
+    rest.TrimLeft();
+    return value;
+}
+
+// The value behind its first `separator`, left-trimmed; empty if it has none.
+void nextItem(CString& value, char separator) {
+    const int at = value.Find(separator);
+    if (at < 0) {
+        value.Empty();
+    } else {
+        value = value.Mid(at + 1);
+        value.TrimLeft();
+    }
+}
+
+enum Keyword { kBif, kEif, kGain, kDpfu, kFreq, kPoly, kTsys, kTimeOff, kFt, kIndex2, kIndex, kKeywordCount };
+
+// The order of the searches on a keyword line: a keyword in front of a later one is lost with the
+// text in front of that later one.
+const char* const kKeywords[kKeywordCount] = {"BIF=", "EIF=",    "GAIN", "DPFU",   "FREQ", "POLY",
+                                              "TSYS", "TIMEOFF", "FT",   "INDEX2", "INDEX"};
+
+}  // namespace
+
+AAntabData::AAntabData() {
+    m_tlscs.growBy = 256;
+    m_tlscs.owner = 1;
+}
+
+AAntabData::AAntabData(const AAntabData& other) {
+    copyFrom(other);
+}
+
+AAntabData& AAntabData::operator=(const AAntabData& other) {
+    if (this != &other) copyFrom(other);
+    return *this;
+}
+
+void AAntabData::copyFrom(const AAntabData& other) {
+    m_tlscs.Free();
+    m_tlscs.owner = 1;
+    m_tlscs.growBy = other.m_tlscs.growBy;
+    m_current = nullptr;
+    for (int i = 0; i < other.m_tlscs.count; ++i) {
+        const AAntabTlsc* source = other.m_tlscs[i];
+        AAntabTlsc* copy = source != nullptr ? new AAntabTlsc(*source) : nullptr;
+        m_tlscs.Add(copy);
+        if (source == other.m_current) m_current = copy;
+    }
+    m_bif = other.m_bif;
+    m_eif = other.m_eif;
+    m_nIF = other.m_nIF;
+    m_nPol = other.m_nPol;
+    m_uvx = other.m_uvx;
+    m_sources = other.m_sources;
+    m_header = other.m_header;
+    m_fqTbl = other.m_fqTbl;
+    m_errMsg = other.m_errMsg;
+}
+
+bool AAntabData::fail(const CString& text) {
+    m_errMsg = text;
+    return false;
+}
+
+// ---------------------------------------------------------------------------------------------
+// Init
+
+bool AAntabData::Init(AUVXFile& uvx) {
+    m_header = AUVXHeader(uvx);
+    int nStokes = m_header.nStokes;
+    if (nStokes > 8) nStokes = 8;
+    m_nPol = 0;
+    for (int i = 0; i < nStokes; ++i)
+        if (m_header.stokes[i] == -1 || m_header.stokes[i] == -2) ++m_nPol;
+    m_nIF = uvx.nIF < 1 ? 1 : uvx.nIF;
+    m_uvx = &uvx;
+
+    std::unique_ptr<AUVXTable> su(uvx.GetTable("SU"));
+    if (!su) return fail(CString(kPrefix) + "SU table not found");
+    m_sources.Init(*su);
+    su.reset();
+    m_fqTbl.Init(uvx);
+    if (m_nPol < 1) return fail(CString(kPrefix) + "no RR or LL product in the UVX file");
+    return true;
+}
+
+// ---------------------------------------------------------------------------------------------
+// Load
+
+bool AAntabData::Load(std::basic_istream<char>& in) {
+    if (m_nPol < 1) return fail(CString(kPrefix) + "no RR or LL product in the UVX file");
+    char buffer[1024];
+    while (!in.eof()) {
+        buffer[0] = '\0';
+        in.getline(buffer, sizeof buffer);
+        if (in.fail() && !in.eof()) return fail(CString(kPrefix) + "error read file.");
+        CString line(buffer);
+        if (!parseLine(line)) return false;
+    }
+    return CheckValid();
+}
+
+bool AAntabData::parseLine(CString& line) {
+    line.MakeUpper();
+    line.Replace('\t', ' ');
+    const int comment = line.Find('!');
+    if (comment == 0) return true;
+    if (comment > 0) line = line.Left(comment);
+    if (line.IsEmpty()) return true;
+    const char first = line.GetAt(0);
+    if (first >= '0' && first <= '9' && m_current != nullptr) return parseRow(line);
+    return parseKeywords(line);
+}
+
+bool AAntabData::parseKeywords(CString& rest) {
+    for (int k = 0; k < kKeywordCount; ++k) {
+        const int at = rest.Find(kKeywords[k]);
+        if (at < 0) continue;
+        rest = rest.Mid(at + static_cast<int>(std::strlen(kKeywords[k])));
+        if (k >= kDpfu && m_current == nullptr)
+            return fail(CString(kPrefix) + kKeywords[k] + " before any GAIN");
+        AAntabTlsc* t = m_current;
+        switch (k) {
+            case kBif:
+                m_bif = truncToInt(std::atof(rest));
+                dropWord(rest);
+                break;
+            case kEif:
+                m_eif = truncToInt(std::atof(rest));
+                dropWord(rest);
+                break;
+            case kGain: {
+                AAntabTlsc* tlsc = new AAntabTlsc;
+                tlsc->m_tsys.SetCols(m_nPol * m_nIF + 2);
+                tlsc->m_nPol = m_nPol;
+                tlsc->m_nIF = m_nIF;
+                m_tlscs.Add(tlsc);
+                m_current = tlsc;
+                dropWord(rest);
+                tlsc->m_name = takeWord(rest);
+                const CString kind = takeWord(rest);
+                tlsc->m_polyType = kind == "ELEV" ? 1 : kind == "ALTAZ" ? 2 : kind == "EQUAT" ? 3 : 0;
+                break;
+            }
+            case kDpfu: {
+                if (!passSign(rest)) return fail(CString(kPrefix) + "error parse DPFU. ");
+                CString value = takeValue(rest, ' ');
+                if (value.IsEmpty()) return fail(CString(kPrefix) + "error parse DPFU. ");
+                int n = 0;
+                while (!value.IsEmpty()) {
+                    if (n >= 2) return fail(CString(kPrefix) + "error parse DPFU ( > 1). ");
+                    t->m_dpfu[n++] = std::atof(value);
+                    nextItem(value, ',');
+                }
+                if (n == 1) t->m_dpfu[1] = t->m_dpfu[0];
+                break;
+            }
+            case kFreq: {
+                if (!passSign(rest)) return fail(CString(kPrefix) + "error parse FREQ. ");
+                CString value = takeValue(rest, ' ');
+                int n = 0;
+                while (!value.IsEmpty()) {
+                    if (n >= 2) return fail(CString(kPrefix) + "invalid  FREQ range");
+                    const double mhz = std::atof(value);
+                    if (n == 0)
+                        t->m_freqLow = mhz * 1e6;
+                    else
+                        t->m_freqHigh = mhz * 1e6;
+                    ++n;
+                    nextItem(value, ',');
+                }
+                break;
+            }
+            case kPoly: {
+                if (!passSign(rest)) return fail(CString(kPrefix) + "error parse POLY. ");
+                rest.Replace(',', ' ');
+                CString value = takeValue(rest, '/');
+                value.Trim();
+                while (!value.IsEmpty()) {
+                    t->m_poly.Add(std::atof(value));
+                    nextItem(value, ' ');
+                }
+                break;
+            }
+            case kTsys: {
+                dropWord(rest);
+                const CString word = peekWord(rest);
+                if (word.Find("TIMEOFF") >= 0) break;
+                if (word.IsEmpty() || word != t->m_name)
+                    return fail(CString("Error eq antenna in TSYS par ") + word + " " + t->m_name);
+                dropWord(rest);
+                break;
+            }
+            case kTimeOff:
+                if (!passSign(rest)) return fail(CString(kPrefix) + "error parse TIMEOFF. ");
+                t->m_timeOff = std::atof(rest);
+                dropWord(rest);
+                break;
+            case kFt:
+                if (!passSign(rest)) return fail(CString(kPrefix) + "error parse FT. ");
+                t->m_ft = std::atof(rest);
+                dropWord(rest);
+                break;
+            case kIndex2:
+            case kIndex: {
+                if (!passSign(rest))
+                    return fail(CString(kPrefix) +
+                                (k == kIndex2 ? "error parse INDEX2. " : "error parse INDEX. "));
+                AArray<AColumnInfo>& list = k == kIndex2 ? t->m_index2 : t->m_index;
+                CString value = takeValue(rest, '/');
+                t->m_nCol = 0;
+                while (!value.IsEmpty()) {
+                    CString item;
+                    const int comma = value.Find(',');
+                    if (comma >= 0) {
+                        item = value.Left(comma);
+                        item.TrimLeft();
+                        value = value.Mid(comma + 1);
+                        value.TrimLeft();
+                    } else {
+                        item = value;
+                        value.Empty();
+                    }
+                    item.Remove('\'');
+                    AColumnInfo info;
+                    t->ColumnInfoParse(item, info);
+                    list.Add(info);
+                    ++t->m_nCol;
+                }
+                break;
+            }
+            default:
+                break;
+        }
+    }
+    return true;
+}
+
+bool AAntabData::parseRow(CString& line) {
+    AAntabTlsc* t = m_current;
+    if (t->m_nCol < 1) return fail(CString(kPrefix) + "invalid parse temperature. ncol < 3");
+    line.TrimLeft();
+    double* row = t->m_tsys.AddRow();
+    const int width = t->m_tsys.cols;
+    const int basePolL = (t->m_nPol - 1) * t->m_nIF;
+
+    const int length = line.GetLength();
+    int pos = 0;
+    int token = 0;
+    bool timeSeen = false;
+    while (true) {
+        while (pos < length && line.GetAt(pos) == ' ') ++pos;
+        if (pos >= length) break;
+        int end = pos;
+        while (end < length && line.GetAt(end) != ' ') ++end;
+        const CString text = line.Mid(pos, end - pos);
+        pos = end;
+        if (token == 0) {
+            row[0] = std::atof(text);
+        } else if (token == 1) {
+            CString clock = CString("0:") + text;
+            double seconds = 0.0;
+            if (!strToTime(clock, seconds)) return fail(CString(kPrefix) + "Time convert error " + text);
+            row[1] = seconds * 60.0 * 1.1574074074074073e-5;
+            timeSeen = true;
+        } else {
+            if (token >= t->m_nCol + 2)
+                return fail(CString(kPrefix) + "invalid parse temperature, tlsc = " + t->m_name);
+            const double value = std::atof(text);
+            const int entry = token - 2;
+            for (int list = 0; list < 2; ++list) {
+                const AArray<AColumnInfo>& index = list == 0 ? t->m_index : t->m_index2;
+                if (entry >= index.count) continue;
+                const AColumnInfo& info = index[entry];
+                if (info.first <= 0) continue;
+                const int base = info.pol == -2 ? basePolL : 0;
+                // IFs above the file's count are passed over; the bound keeps the loop short.
+                const int lastK = info.last - 1 < t->m_nIF - 1 ? info.last - 1 : t->m_nIF - 1;
+                for (int k = info.first - 1; k <= lastK; ++k) {
+                    const int col = base + k + 2;
+                    if (col >= 2 && col < width) row[col] = value;
+                }
+            }
+        }
+        ++token;
+    }
+    if (!timeSeen) return fail(CString(kPrefix) + "Time convert error ");
+    return true;
+}
+
+// ---------------------------------------------------------------------------------------------
+// CheckValid
+
+bool AAntabData::CheckValid() {
+    if (m_uvx == nullptr) return fail(CString(kPrefix) + "uvx == NULL. ");
+    AUVXAntenns antennas;
+    {
+        std::unique_ptr<AUVXTable> an(m_uvx->GetTable("AN"));
+        if (!an) return fail(CString(kPrefix) + "not found AN-table.");
+        antennas.Init(*an);
+    }
+
+    for (int i = 0; i < m_tlscs.count; ++i) {
+        AAntabTlsc* t = m_tlscs[i];
+        int found = -1;
+        for (int a = 0; a < antennas.count; ++a) {
+            if (antennas[a].Name() == t->m_name) {
+                found = a;
+                break;
+            }
+        }
+        if (found >= 0) {
+            const AUVXTlscItem& item = antennas[found];
+            t->m_antID = item.id;
+            t->m_x = item.x;
+            t->m_y = antennas.rightHanded ? item.y : -item.y;
+            t->m_z = item.z;
+            t->FixDate(m_header.refJD);
+        } else {
+            t->m_antID = -1;
+        }
+
+        // The same for every telescope, so the first one settles it.
+        if (i == 0) {
+            for (int a = 0; a < antennas.count; ++a) {
+                const CString name = antennas[a].Name();
+                bool has = false;
+                for (int j = 0; j < m_tlscs.count && !has; ++j) has = m_tlscs[j]->m_name == name;
+                if (!has) return fail(CString(kPrefix) + "non found " + name + " in ANTAB data.");
+            }
+        }
+
+        if (t->m_dpfu[0] == 0.0 || t->m_dpfu[1] == 0.0)
+            return fail(CString(kPrefix) + "DPFU = 0 for " + t->m_name);
+    }
+
+    const int positions = m_nPol * m_nIF;
+    for (int i = 0; i < m_tlscs.count; ++i) {
+        AAntabTlsc* t = m_tlscs[i];
+        if (t->m_antID < 0) continue;
+        AArray<unsigned char> marked(positions > 0 ? positions : 0);
+        marked.ZeroInit();
+        for (int list = 0; list < 2; ++list) {
+            const AArray<AColumnInfo>& index = list == 0 ? t->m_index : t->m_index2;
+            for (int e = 0; e < index.count; ++e) {
+                const AColumnInfo& info = index[e];
+                if (info.first <= 0) continue;
+                const int base = info.pol == -2 ? (m_nPol - 1) * m_nIF : 0;
+                const int lastK = info.last - 1 < m_nIF - 1 ? info.last - 1 : m_nIF - 1;
+                for (int k = info.first - 1; k <= lastK; ++k) {
+                    const int p = base + k;
+                    if (p >= 0 && p < positions) marked[p] = 1;
+                }
+            }
+        }
+        for (int p = 0; p < positions; ++p)
+            if (!marked[p])
+                return fail(CString("Error. Has hole INDEX keyword (pos=") + toStr(p, "%d") +
+                            ").  Antenn = " + t->m_name);
+    }
+    return true;
+}
+
+// ---------------------------------------------------------------------------------------------
+// Calibrate
+
+bool AAntabData::Calibrate(AUVXGroup& group, AUVXVisibility& vis) {
+    const int nIF = vis.nIF > 1 ? vis.nIF : 1;
+    if (vis.nChan < 0 || vis.nStokes < 0 ||
+        static_cast<long long>(nIF) * vis.nChan * vis.nStokes > static_cast<long long>(vis.count))
+        return fail(CString(kPrefix) + "visibility shape larger than its data");
+
+    const double groupTime = group.time;
+    const double t = (m_header.refJD - 2400000.5) + groupTime * 1.1574074074074073e-5;
+
+    AUVXSourceItem* source = nullptr;
+    for (int i = 0; i < m_sources.count; ++i) {
+        if (m_sources[i].id == group.sourceId) {
+            source = &m_sources[i];
+            break;
+        }
+    }
+    const int sourceId = group.sourceId;
+    if (source == nullptr) return fail(CString(kPrefix) + "not found source ID " + toStr(sourceId, "%d"));
+
+    const int idA = static_cast<std::int8_t>(group.ant1);
+    const int idB = static_cast<std::int8_t>(group.ant2);
+    AAntabTlsc* a = nullptr;
+    AAntabTlsc* b = nullptr;
+    for (int i = 0; i < m_tlscs.count && a == nullptr; ++i)
+        if (m_tlscs[i]->m_antID == idA) a = m_tlscs[i];
+    if (a == nullptr) return fail(CString(kPrefix) + "not found antenna ID " + toStr(idA, "%d"));
+    if (idB == idA) {
+        b = a;
+    } else {
+        for (int i = 0; i < m_tlscs.count && b == nullptr; ++i)
+            if (m_tlscs[i]->m_antID == idB) b = m_tlscs[i];
+    }
+    if (b == nullptr) return fail(CString(kPrefix) + "not found antenna ID " + toStr(idB, "%d"));
+
+    const int row = m_fqTbl.GetFreqSelNum(group.freqId);
+    const int polL = m_nPol - 1;
+
+    for (int iIF = 0; iIF < nIF; ++iIF) {
+        const double freq = m_fqTbl.GetStartIFFq(iIF, row);
+        double gainA[2], gainB[2];
+        if (!a->GetGain(t, freq, *source, gainA)) return fail(a->m_errMsg);
+        if (b == a) {
+            gainB[0] = gainA[0];
+            gainB[1] = gainA[1];
+        } else if (!b->GetGain(t, freq, *source, gainB)) {
+            return fail(b->m_errMsg);
+        }
+
+        for (int iStokes = 0; iStokes < vis.nStokes; ++iStokes) {
+            const int code = iStokes < 8 ? m_header.stokes[iStokes] : 0;
+            int polA, polB;
+            switch (code) {
+                case -1:
+                    polA = polB = 0;
+                    break;
+                case -2:
+                    polA = polB = polL;
+                    break;
+                case -3:
+                    polA = 0;
+                    polB = polL;
+                    break;
+                case -4:
+                    polA = polL;
+                    polB = 0;
+                    break;
+                default:
+                    return fail(CString(kPrefix) + "not interpret stokes " + toStr(code, "%d"));
+            }
+            double tsysA = 0.0, tsysB = 0.0;
+            if (!a->GetTsys(t, m_nIF * polA + iIF, tsysA)) return fail(a->m_errMsg);
+            if (!b->GetTsys(t, m_nIF * polB + iIF, tsysB)) return fail(b->m_errMsg);
+
+            // A polarisation index outside 0..1 (m_nPol above 2) has no DPFU member: no gain.
+            const double gA = polA >= 0 && polA < 2 ? gainA[polA] : 0.0;
+            const double gB = polB >= 0 && polB < 2 ? gainB[polB] : 0.0;
+            const CString ids = toStr(idA, "%d") + "-" + toStr(idB, "%d");
+            if (gA == 0.0 || std::isnan(gA) || gB == 0.0 || std::isnan(gB))
+                return fail(CString(" S == 0 => sefd invalid ") + ids + ", " + timeToStr(groupTime, -1));
+            const double sefdA = tsysA / gA;
+            const double sefdB = tsysB / gB;
+            if (sefdA > 1e15 || sefdB > 1e15)
+                return fail(CString(" Invalid sefd. ") + ids + ", " + toStr(tsysA, "%.5E") + " " +
+                            toStr(tsysB, "%.5E") + " " + timeToStr(groupTime, -1));
+            const double m = sefdB * sefdA;
+            double factor;
+            if (!(m >= 0.0)) {
+                factor = 0.0;
+            } else {
+                factor = std::sqrt(m);
+                if (factor == 0.0)
+                    factor = 1.0;
+                else if (!std::isfinite(factor))
+                    return fail(CString("Invalid value mul =") + toStr(m, "%.5E") + " " +
+                                toStr(sefdA, "%.5E") + " " + toStr(sefdB, "%.5E") + " " + ids);
+            }
+
+            const double weightDivisor = factor * factor;
+            for (int iChan = 0; iChan < vis.nChan; ++iChan) {
+                AUVXComplex& c = vis.data[(iIF * vis.nChan + iChan) * vis.nStokes + iStokes];
+                if (factor == 0.0) {
+                    c.wt = -std::fabs(c.wt);
+                } else {
+                    c.re = static_cast<float>(static_cast<double>(c.re) * factor);
+                    c.im = static_cast<float>(static_cast<double>(c.im) * factor);
+                    c.wt = static_cast<float>(static_cast<double>(c.wt) / weightDivisor);
+                }
+            }
+        }
+    }
+    return true;
+}

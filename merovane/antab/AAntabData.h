@@ -1,0 +1,92 @@
+// AAntabData: reads an ANTAB file, binds its telescopes to a UVX file and calibrates records.
+#pragma once
+
+#include <istream>
+
+#include <merovane/antab/AAntabTlsc.h>
+#include <merovane/foundation/AArray.h>
+#include <merovane/platform/CString.h>
+#include <merovane/platform/Export.h>
+#include <merovane/uvx/AUVXFile.h>
+#include <merovane/uvx/AUVXFqTbl.h>
+#include <merovane/uvx/AUVXHeader.h>
+#include <merovane/uvx/AUVXRecords.h>
+#include <merovane/uvx/AUVXSources.h>
+
+extern template class MEROVANE_API AArray<AAntabTlsc*>;
+extern template class MEROVANE_API APtrArray<AAntabTlsc*>;
+
+// A-priori amplitude calibration of a UVX file. Calling order: Init (the UVX file), Load (the ANTAB
+// text, ending in CheckValid), then Calibrate for each record, GetErrMsg after any false result.
+// Each visibility is multiplied by sqrt(SEFD A x SEFD B) of its two antennas, each weight divided by
+// SEFD A x SEFD B, where SEFD = Tsys / gain.
+//
+// Choices where the ANTAB format leaves a case open:
+//  - DPFU, FREQ, POLY, TSYS, TIMEOFF, FT, INDEX2 and INDEX on a line before the first GAIN stop the
+//    load with "Error> <AAntabData> <keyword> before any GAIN" (keyword as listed here), since they
+//    would have no telescope to go to. BIF= and EIF= are accepted anywhere.
+//  - "DPFU=" with no number behind it stops the load with "Error> <AAntabData> error parse DPFU. "
+//    (an empty FREQ= or POLY= simply changes nothing).
+//  - A data row of a single token (a day without a time) stops the load as an unreadable time:
+//    "Error> <AAntabData> Time convert error " with an empty token.
+//  - An empty INDEX item, and one whose first character is none of X, L, R, is a column that is read
+//    and thrown away, like X (see AAntabTlsc::ColumnInfoParse).
+//  - A UVX file with neither RR nor LL (m_nPol 0) has no Tsys position: Init completes its steps and
+//    returns false with "Error> <AAntabData> no RR or LL product in the UVX file", and Load refuses
+//    with the same text before reading anything.
+//  - A visibility whose shape needs more elements than it holds is refused by Calibrate with
+//    "Error> <AAntabData> visibility shape larger than its data", nothing changed. A product beyond
+//    the header's eight Stokes codes counts as code 0: "Error> <AAntabData> not interpret stokes 0".
+//  - Copying (construction or assignment) gives the copy its own telescopes, deep copies in the same
+//    order, with m_current pointing at the copy's own counterpart; assignment releases what the
+//    target held. Both objects then share only m_uvx, which neither owns.
+class MEROVANE_API AAntabData {
+public:
+    AAntabData();
+    ~AAntabData() = default;
+    AAntabData(const AAntabData& other);
+    AAntabData& operator=(const AAntabData& other);
+
+    // Reads header, SU table and FQ table of `uvx`, which must outlive Load. m_nPol becomes the number
+    // of RR and LL codes among the header's products, m_nIF the file's IF count (at least 1).
+    // False with "Error> <AAntabData> SU table not found" (what was set before stays), or with the
+    // m_nPol 0 text above.
+    bool Init(AUVXFile& uvx);
+
+    // Reads an ANTAB text to its end and returns CheckValid's result; false at the first error, with
+    // the message in m_errMsg and what was read so far kept. Lines of more than 1023 characters
+    // stop the load ("Error> <AAntabData> error read file."). Call once, after Init.
+    bool Load(std::basic_istream<char>& in);
+
+    // Binds the telescopes to the AN table (ID, position, row dates) and checks that every antenna
+    // has a telescope, that no DPFU is 0 and that every bound telescope's INDEX lists cover all Tsys
+    // positions. Called by Load; runs once (the row dates are converted in place).
+    bool CheckValid();
+
+    // Calibrates `vis`, a record of the file with group `group`, in place; `group` is not changed.
+    // False at the first failure, with IF bands and products already treated left corrected:
+    // the host must not use such a record.
+    bool Calibrate(AUVXGroup& group, AUVXVisibility& vis);
+
+    // The message of the last failure; not cleared by a success.
+    CString& GetErrMsg() { return m_errMsg; }
+
+    int m_bif = 0;                    // "BIF=" of the file, stored only
+    int m_eif = 0;                    // "EIF=" of the file, stored only
+    int m_nIF = 2;                    // IF bands of the UVX file
+    int m_nPol = 2;                   // parallel-hand polarisations of the UVX file (RR and/or LL)
+    APtrArray<AAntabTlsc*> m_tlscs;   // telescopes in file order, owned
+    AAntabTlsc* m_current = nullptr;  // the parser's current telescope, not owned
+    AUVXFile* m_uvx = nullptr;        // file of Init, not owned
+    AUVXSources m_sources;            // the file's SU table
+    AUVXHeader m_header;              // the file's header (refJD, nStokes, stokes are used)
+    AUVXFqTbl m_fqTbl;                // the file's frequency table
+    CString m_errMsg;
+
+private:
+    bool fail(const CString& text);
+    bool parseLine(CString& line);
+    bool parseKeywords(CString& rest);
+    bool parseRow(CString& line);
+    void copyFrom(const AAntabData& other);
+};

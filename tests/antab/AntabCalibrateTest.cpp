@@ -1,0 +1,512 @@
+// Tests of Init, CheckValid and Calibrate: binding to the AN table, SEFD factors and their messages.
+#include <cmath>
+#include <cstring>
+#include <string>
+
+#include <gtest/gtest.h>
+
+#include <merovane/antab/AAntabData.h>
+#include <merovane/uvx/AUVXRecords.h>
+
+#include "AntabTestUvx.h"
+
+namespace {
+
+// SEFDs at 01:00 of day 1: AA R IF1 50/0.5 = 100, AA R IF2 100/0.5 = 200, AA L 40/0.2 = 200,
+// BB R 60/0.3 = 200, BB L 90/0.3 = 300.
+const char kTwoStations[] =
+    "GAIN AA ELEV DPFU=0.5,0.2 /\n"
+    "TSYS AA INDEX='R1','R2','L1:2' /\n"
+    "1 00:00 50 100 40\n"
+    "1 23:59 50 100 40\n"
+    "/\n"
+    "GAIN BB ELEV DPFU=0.3,0.3 /\n"
+    "TSYS BB INDEX='R1:2','L1:2' /\n"
+    "1 00:00 60 90\n"
+    "1 12:00 60 90\n"
+    "/\n";
+
+void AddStations(AntabTestUvx& uvx) {
+    uvx.stations = {{"AA", 1, 4075539.8, 931735.3, 4801629.4}, {"BB", 2, 3828750.7, 442589.2, 5064921.6}};
+}
+
+struct Loaded {
+    explicit Loaded(const std::string& antab, std::initializer_list<int> stokes = {-1, -2, -3, -4},
+                    int nIF = 2) {
+        AddStations(uvx);
+        uvx.header.nStokes = static_cast<std::int16_t>(stokes.size());
+        int i = 0;
+        for (int s : stokes) uvx.header.stokes[i++] = static_cast<std::int16_t>(s);
+        uvx.header.nIF = nIF;
+        uvx.Open();
+        initOk = data.Init(uvx.file);
+        loadOk = LoadText(data, antab);
+    }
+    AntabTestUvx uvx;
+    AAntabData data;
+    bool initOk = false;
+    bool loadOk = false;
+};
+
+AUVXGroup Group(int ant1, int ant2, double time = 3600.0, int source = 1) {
+    AUVXGroup g{};
+    g.freqId = 1;
+    g.sourceId = static_cast<std::int16_t>(source);
+    g.time = time;
+    g.ant1 = static_cast<std::int8_t>(ant1);
+    g.ant2 = static_cast<std::int8_t>(ant2);
+    return g;
+}
+
+void Fill(AUVXVisibility& vis, float re, float im, float wt) {
+    for (int i = 0; i < vis.count; ++i) vis.data[i] = AUVXComplex{re, im, wt};
+}
+
+}  // namespace
+
+TEST(AntabCalibrate, WorkedFactorAndProducts) {
+    Loaded s(kTwoStations);
+    ASSERT_TRUE(s.initOk) << s.data.GetErrMsg().GetString();
+    ASSERT_TRUE(s.loadOk) << s.data.GetErrMsg().GetString();
+    EXPECT_EQ(s.data.m_nPol, 2);
+    EXPECT_EQ(s.data.m_nIF, 2);
+
+    AUVXGroup g = Group(1, 2);
+    const AUVXGroup before = g;
+    AUVXVisibility vis(2, 3, 4);
+    Fill(vis, 2.0f, 1.0f, 4.0f);
+    ASSERT_TRUE(s.data.Calibrate(g, vis)) << s.data.GetErrMsg().GetString();
+    EXPECT_EQ(std::memcmp(&g, &before, sizeof g), 0);
+
+    // RR of IF 1: SEFD 100 and 200, factor 141.42..., 2 + 1i to 282.84... + 141.42...i, weight 4 to 0.0002.
+    EXPECT_FLOAT_EQ(vis.At(0, 0, 0).re, 282.842712f);
+    EXPECT_FLOAT_EQ(vis.At(0, 0, 0).im, 141.421356f);
+    EXPECT_FLOAT_EQ(vis.At(0, 0, 0).wt, 0.0002f);
+
+    // factor[iIF][iStokes] from the hand SEFDs: RR A-R x B-R, LL A-L x B-L, RL A-R x B-L, LR A-L x B-R.
+    const double f[2][4] = {{std::sqrt(100.0 * 200), std::sqrt(200.0 * 300), std::sqrt(100.0 * 300), 200.0},
+                            {200.0, std::sqrt(200.0 * 300), std::sqrt(200.0 * 300), 200.0}};
+    for (int iIF = 0; iIF < 2; ++iIF)
+        for (int iChan = 0; iChan < 3; ++iChan)
+            for (int iStokes = 0; iStokes < 4; ++iStokes) {
+                const AUVXComplex& c = vis.At(iIF, iChan, iStokes);
+                const double k = f[iIF][iStokes];
+                EXPECT_NEAR(c.re, 2 * k, 2 * k * 1e-6) << iIF << iChan << iStokes;
+                EXPECT_NEAR(c.im, k, k * 1e-6) << iIF << iChan << iStokes;
+                EXPECT_NEAR(c.wt, 4 / (k * k), 4 / (k * k) * 1e-6) << iIF << iChan << iStokes;
+            }
+
+    // The same baseline the other way round swaps the roles in RL and LR.
+    AUVXGroup back = Group(2, 1);
+    AUVXVisibility vis2(2, 1, 4);
+    Fill(vis2, 1.0f, 0.0f, 1.0f);
+    ASSERT_TRUE(s.data.Calibrate(back, vis2));
+    EXPECT_NEAR(vis2.At(0, 0, 2).re, 200.0, 1e-4);                   // B-R x A-L
+    EXPECT_NEAR(vis2.At(0, 0, 3).re, std::sqrt(300.0 * 100), 1e-3);  // B-L x A-R
+}
+
+TEST(AntabCalibrate, AutocorrelationAndRounding) {
+    Loaded s(kTwoStations);
+    ASSERT_TRUE(s.loadOk);
+    AUVXGroup g = Group(1, 1);
+    AUVXVisibility vis(2, 1, 4);
+    Fill(vis, 1.0f, -3.0f, 1.0f);
+    ASSERT_TRUE(s.data.Calibrate(g, vis));
+    EXPECT_EQ(vis.At(0, 0, 0).re, 100.0f);  // SEFD A exactly
+    EXPECT_EQ(vis.At(0, 0, 0).im, -300.0f);
+    EXPECT_EQ(vis.At(0, 0, 0).wt, 1e-4f);
+    EXPECT_EQ(vis.At(1, 0, 1).re, 200.0f);
+
+    // SEFDs 1 and 2 give the factor sqrt(2), not a float: each component is computed in double
+    // and rounded once.
+    Loaded r(
+        "GAIN AA ELEV /\nTSYS AA INDEX='R1:2','L1:2' /\n1 0:00 1 1\n"
+        "GAIN BB ELEV /\nTSYS BB INDEX='R1:2','L1:2' /\n1 0:00 2 2\n",
+        {-1}, 1);
+    ASSERT_TRUE(r.loadOk) << r.data.GetErrMsg().GetString();
+    const float values[] = {1.1f, 3.3f, 7.7f, 0.1f, 123.456f, 0.7f, 9.9f, 2.5f};
+    AUVXVisibility v(1, 8, 1);
+    for (int i = 0; i < 8; ++i) v.data[i] = AUVXComplex{values[i], -values[7 - i], values[i]};
+    AUVXGroup gb = Group(1, 2);
+    ASSERT_TRUE(r.data.Calibrate(gb, v));
+    const double root2 = std::sqrt(2.0);
+    bool floatPathDiffers = false;
+    for (int i = 0; i < 8; ++i) {
+        EXPECT_EQ(v.data[i].re, static_cast<float>(static_cast<double>(values[i]) * root2)) << i;
+        EXPECT_EQ(v.data[i].im, static_cast<float>(static_cast<double>(-values[7 - i]) * root2)) << i;
+        EXPECT_EQ(v.data[i].wt, static_cast<float>(static_cast<double>(values[i]) / (root2 * root2))) << i;
+        const float inFloat = values[i] * static_cast<float>(root2);
+        if (inFloat != v.data[i].re) floatPathDiffers = true;
+    }
+    EXPECT_TRUE(floatPathDiffers) << "the values must tell float arithmetic from double";
+}
+
+TEST(AntabCalibrate, SinglePolarisationAndNoIfAxis) {
+    // Only LL: one polarisation, L Tsys at position iIF, the first DPFU member.
+    Loaded s(
+        "GAIN AA ELEV DPFU=0.5,0.25 /\nTSYS AA INDEX='L1','L2' /\n1 0:00 50 80\n"
+        "GAIN BB ELEV DPFU=0.5,0.1 /\nTSYS BB INDEX='L1','L2' /\n1 0:00 200 80\n",
+        {-2}, 2);
+    ASSERT_TRUE(s.loadOk) << s.data.GetErrMsg().GetString();
+    EXPECT_EQ(s.data.m_nPol, 1);
+    AUVXGroup g = Group(1, 2);
+    AUVXVisibility vis(2, 1, 1);
+    Fill(vis, 1, 0, 1);
+    ASSERT_TRUE(s.data.Calibrate(g, vis));
+    EXPECT_FLOAT_EQ(vis.At(0, 0, 0).re, 200.0f);  // sqrt(100 x 400)
+    EXPECT_FLOAT_EQ(vis.At(1, 0, 0).re, 160.0f);  // sqrt(160 x 160)
+
+    // A file without IF axis is one band.
+    Loaded n(kTwoStations, {-1, -2}, 0);
+    ASSERT_TRUE(n.loadOk) << n.data.GetErrMsg().GetString();
+    EXPECT_EQ(n.data.m_nIF, 1);
+    AUVXGroup g0 = Group(1, 2);
+    AUVXVisibility v0(0, 2, 2);
+    ASSERT_EQ(v0.count, 4);
+    Fill(v0, 1, 0, 1);
+    ASSERT_TRUE(n.data.Calibrate(g0, v0));
+    EXPECT_NEAR(v0.data[0].re, std::sqrt(100.0 * 200), 1e-3);
+    EXPECT_NEAR(v0.data[3].re, std::sqrt(200.0 * 300), 1e-3);
+}
+
+TEST(AntabCalibrate, TimeAndInterpolation) {
+    // Day 2 of 2021 at 00:00 and 02:00: 100 and 300 at AA; BB constant SEFD 1.
+    Loaded s(
+        "GAIN AA ELEV /\nTSYS AA INDEX='R1:2','L1:2' /\n2 00:00 100 100\n2 02:00 300 300\n"
+        "GAIN BB ELEV /\nTSYS BB INDEX='R1:2','L1:2' /\n1 00:00 1 1\n",
+        {-1}, 1);
+    ASSERT_TRUE(s.loadOk) << s.data.GetErrMsg().GetString();
+    struct Case {
+        double time;  // seconds from 0h of the reference day (1 January)
+        double tsysA;
+    } cases[] = {{86400 + 3600, 200}, {86400 + 1800, 150}, {0, 100}, {3 * 86400, 300}};
+    for (const Case& c : cases) {
+        AUVXGroup g = Group(1, 2, c.time);
+        AUVXVisibility vis(1, 1, 1);
+        Fill(vis, 1, 0, 1);
+        ASSERT_TRUE(s.data.Calibrate(g, vis));
+        EXPECT_NEAR(vis.data[0].re, std::sqrt(c.tsysA), 1e-5) << c.time;
+    }
+}
+
+TEST(AntabCalibrate, FlagsAndNeutralFactor) {
+    // BB's gain polynomial of one coefficient -1: negative SEFD, negative product, flagged.
+    Loaded s(
+        "GAIN AA ELEV /\nTSYS AA INDEX='R1:2','L1:2' /\n1 0:00 10 10\n"
+        "GAIN BB ELEV POLY=-1 /\nTSYS BB INDEX='R1:2','L1:2' /\n1 0:00 10 10\n",
+        {-1, -2}, 1);
+    ASSERT_TRUE(s.loadOk) << s.data.GetErrMsg().GetString();
+    AUVXGroup g = Group(1, 2);
+    AUVXVisibility vis(1, 2, 2);
+    Fill(vis, 3.0f, 4.0f, 2.0f);
+    vis.data[1].wt = -5.0f;  // already flagged
+    ASSERT_TRUE(s.data.Calibrate(g, vis));
+    for (int i = 0; i < 4; ++i) {
+        EXPECT_EQ(vis.data[i].re, 3.0f);
+        EXPECT_EQ(vis.data[i].im, 4.0f);
+    }
+    EXPECT_EQ(vis.data[0].wt, -2.0f);
+    EXPECT_EQ(vis.data[1].wt, -5.0f);
+    // The autocorrelation of BB: SEFD squared is positive again.
+    AUVXGroup gbb = Group(2, 2);
+    Fill(vis, 1, 0, 1);
+    ASSERT_TRUE(s.data.Calibrate(gbb, vis));
+    EXPECT_FLOAT_EQ(vis.data[0].re, 10.0f);
+
+    // FT 0: SEFD 0, product 0, factor 1: unchanged. An already flagged weight stays negative when
+    // scaled.
+    Loaded z(
+        "GAIN AA ELEV /\nTSYS AA FT=0 INDEX='R1:2','L1:2' /\n1 0:00 10 10\n"
+        "GAIN BB ELEV /\nTSYS BB INDEX='R1:2','L1:2' /\n1 0:00 4 4\n",
+        {-1}, 1);
+    ASSERT_TRUE(z.loadOk) << z.data.GetErrMsg().GetString();
+    AUVXVisibility v(1, 1, 1);
+    Fill(v, 3.0f, 4.0f, 2.0f);
+    ASSERT_TRUE(z.data.Calibrate(g, v));
+    EXPECT_EQ(v.data[0].re, 3.0f);
+    EXPECT_EQ(v.data[0].wt, 2.0f);
+    AUVXGroup bb = Group(2, 2);
+    v.data[0] = AUVXComplex{1, 1, -8};
+    ASSERT_TRUE(z.data.Calibrate(bb, v));
+    EXPECT_EQ(v.data[0].re, 4.0f);
+    EXPECT_EQ(v.data[0].wt, -0.5f);
+}
+
+TEST(AntabCalibrate, RecordMessages) {
+    Loaded s(kTwoStations);
+    ASSERT_TRUE(s.loadOk);
+    AUVXVisibility vis(2, 1, 4);
+
+    AUVXGroup noSource = Group(1, 2, 3600, 5);
+    EXPECT_FALSE(s.data.Calibrate(noSource, vis));
+    EXPECT_EQ(s.data.GetErrMsg(), "Error> <AAntabData> not found source ID 5");
+
+    AUVXGroup noA = Group(9, 7);
+    EXPECT_FALSE(s.data.Calibrate(noA, vis));
+    EXPECT_EQ(s.data.GetErrMsg(), "Error> <AAntabData> not found antenna ID 9");
+    AUVXGroup noB = Group(1, 7);
+    EXPECT_FALSE(s.data.Calibrate(noB, vis));
+    EXPECT_EQ(s.data.GetErrMsg(), "Error> <AAntabData> not found antenna ID 7");
+    AUVXGroup negative = Group(-3, 1);
+    EXPECT_FALSE(s.data.Calibrate(negative, vis));
+    EXPECT_EQ(s.data.GetErrMsg(), "Error> <AAntabData> not found antenna ID -3");
+
+    // A product the table does not know: earlier products of the first IF are corrected already,
+    // the rest untouched.
+    s.data.m_header.stokes[2] = -5;
+    Fill(vis, 1, 1, 1);
+    AUVXGroup g = Group(1, 2);
+    EXPECT_FALSE(s.data.Calibrate(g, vis));
+    EXPECT_EQ(s.data.GetErrMsg(), "Error> <AAntabData> not interpret stokes -5");
+    EXPECT_NEAR(vis.At(0, 0, 0).re, std::sqrt(100.0 * 200), 1e-3);
+    EXPECT_NEAR(vis.At(0, 0, 1).re, std::sqrt(200.0 * 300), 1e-3);
+    EXPECT_EQ(vis.At(0, 0, 2).re, 1.0f);
+    EXPECT_EQ(vis.At(0, 0, 3).re, 1.0f);
+    EXPECT_EQ(vis.At(1, 0, 0).re, 1.0f);
+    s.data.m_header.stokes[2] = 1;
+    EXPECT_FALSE(s.data.Calibrate(g, vis));
+    EXPECT_EQ(s.data.GetErrMsg(), "Error> <AAntabData> not interpret stokes 1");
+    s.data.m_header.stokes[2] = -3;
+
+    // The next record goes on as if nothing happened.
+    Fill(vis, 1, 1, 1);
+    EXPECT_TRUE(s.data.Calibrate(g, vis));
+    EXPECT_NEAR(vis.At(1, 0, 2).re, std::sqrt(200.0 * 300), 1e-3);
+
+    // A visibility smaller than its shape says is refused before anything changes.
+    AUVXVisibility small(1, 1, 4);
+    small.nIF = 2;
+    Fill(small, 1, 1, 1);
+    EXPECT_FALSE(s.data.Calibrate(g, small));
+    EXPECT_EQ(s.data.GetErrMsg(), "Error> <AAntabData> visibility shape larger than its data");
+    EXPECT_EQ(small.data[0].re, 1.0f);
+
+    // More products than the header has codes: the ninth counts as code 0.
+    AUVXVisibility nine(1, 1, 9);
+    s.data.m_header.stokes[4] = s.data.m_header.stokes[5] = s.data.m_header.stokes[6] = -1;
+    s.data.m_header.stokes[7] = -2;
+    Fill(nine, 1, 1, 1);
+    EXPECT_FALSE(s.data.Calibrate(g, nine));
+    EXPECT_EQ(s.data.GetErrMsg(), "Error> <AAntabData> not interpret stokes 0");
+}
+
+TEST(AntabCalibrate, TelescopeMessages) {
+    // IF 2 starts at 1.516 GHz, outside BB's range; AA's L2 column never measured.
+    Loaded f(
+        "GAIN AA ELEV /\nTSYS AA INDEX='R1:2','L1:2' /\n1 0:00 10 10\n"
+        "GAIN BB ELEV FREQ=1000,1510 /\nTSYS BB INDEX='R1:2','L1:2' /\n1 0:00 10 10\n");
+    ASSERT_TRUE(f.loadOk) << f.data.GetErrMsg().GetString();
+    AUVXGroup g = Group(1, 2);
+    AUVXVisibility vis(2, 1, 4);
+    Fill(vis, 1, 1, 1);
+    EXPECT_FALSE(f.data.Calibrate(g, vis));
+    EXPECT_EQ(f.data.GetErrMsg(), "Error> <AAntabTlsc> AN=BB, freq. not in range");
+    EXPECT_FLOAT_EQ(vis.At(0, 0, 3).re, 10.0f);
+    EXPECT_EQ(vis.At(1, 0, 0).re, 1.0f);
+
+    Loaded t(
+        "GAIN AA ELEV /\nTSYS AA INDEX='R1','R2','L1','L2' /\n1 0:00 10 10 10 0\n1 1:00 10 10 10 -1\n"
+        "GAIN BB ELEV /\nTSYS BB INDEX='R1:2','L1:2' /\n1 0:00 10 10\n");
+    ASSERT_TRUE(t.loadOk) << t.data.GetErrMsg().GetString();
+    EXPECT_FALSE(t.data.Calibrate(g, vis));
+    EXPECT_EQ(t.data.GetErrMsg(), "Error> <AAntabTlsc> AN=AA, TSYS for 01:00:00.00 not found.");
+    EXPECT_EQ(t.data.m_tlscs[0]->m_errMsg, t.data.GetErrMsg());
+}
+
+TEST(AntabCalibrate, SefdMessages) {
+    // A gain of 0 (one coefficient 0) and a gain that is not a number.
+    for (const char* poly : {"0", "NAN"}) {
+        Loaded s(std::string("GAIN AA ELEV POLY=") + poly +
+                     " /\nTSYS AA INDEX='R1:2','L1:2' /\n1 0:00 10 10\n"
+                     "GAIN BB ELEV /\nTSYS BB INDEX='R1:2','L1:2' /\n1 0:00 10 10\n",
+                 {-1}, 1);
+        ASSERT_TRUE(s.loadOk) << s.data.GetErrMsg().GetString();
+        AUVXGroup g = Group(2, 1, 3600 + 30.25);
+        AUVXVisibility vis(1, 1, 1);
+        EXPECT_FALSE(s.data.Calibrate(g, vis));
+        EXPECT_EQ(s.data.GetErrMsg(), " S == 0 => sefd invalid 2-1, 01:00:30.25") << poly;
+    }
+
+    // SEFD above 1e15 at B; the limit itself passes at A.
+    Loaded big(
+        "GAIN AA ELEV /\nTSYS AA INDEX='R1:2','L1:2' /\n1 0:00 1E15 1E15\n"
+        "GAIN BB ELEV DPFU=0.5 /\nTSYS BB INDEX='R1:2','L1:2' /\n1 0:00 6E14 6E14\n",
+        {-1}, 1);
+    ASSERT_TRUE(big.loadOk) << big.data.GetErrMsg().GetString();
+    AUVXGroup g = Group(1, 2, 86400 + 7200);
+    AUVXVisibility vis(1, 1, 1);
+    EXPECT_FALSE(big.data.Calibrate(g, vis));
+    EXPECT_EQ(big.data.GetErrMsg(), " Invalid sefd. 1-2, 1.00000E+15 6.00000E+14 1/02:00:00.00");
+    AUVXGroup aa = Group(1, 1);
+    Fill(vis, 1, 0, 1);
+    EXPECT_TRUE(big.data.Calibrate(aa, vis));
+    EXPECT_FLOAT_EQ(vis.data[0].re, 1e15f);
+
+    // Two very negative SEFDs: their product overflows.
+    Loaded mul(
+        "GAIN AA ELEV POLY=-1 /\nTSYS AA INDEX='R1:2','L1:2' /\n1 0:00 1E200 1E200\n"
+        "GAIN BB ELEV POLY=-1 /\nTSYS BB INDEX='R1:2','L1:2' /\n1 0:00 2E200 2E200\n",
+        {-1}, 1);
+    ASSERT_TRUE(mul.loadOk) << mul.data.GetErrMsg().GetString();
+    EXPECT_FALSE(mul.data.Calibrate(g, vis));
+    EXPECT_EQ(mul.data.GetErrMsg(), "Invalid value mul =INF -1.00000E+200 -2.00000E+200 1-2");
+}
+
+TEST(AntabCalibrate, InitMessages) {
+    AntabTestUvx noSu;
+    AddStations(noSu);
+    noSu.withSU = false;
+    noSu.Open();
+    AAntabData a;
+    EXPECT_FALSE(a.Init(noSu.file));
+    EXPECT_EQ(a.GetErrMsg(), "Error> <AAntabData> SU table not found");
+    EXPECT_EQ(a.m_uvx, &noSu.file);
+    EXPECT_EQ(a.m_nPol, 2);
+
+    AntabTestUvx cross;
+    AddStations(cross);
+    cross.header.nStokes = 2;
+    cross.header.stokes[0] = -3;
+    cross.header.stokes[1] = -4;
+    cross.Open();
+    AAntabData b;
+    EXPECT_FALSE(b.Init(cross.file));
+    EXPECT_EQ(b.GetErrMsg(), "Error> <AAntabData> no RR or LL product in the UVX file");
+    EXPECT_FALSE(LoadText(b, kTwoStations));
+    EXPECT_EQ(b.GetErrMsg(), "Error> <AAntabData> no RR or LL product in the UVX file");
+    EXPECT_EQ(b.m_tlscs.count, 0);
+
+    // Codes past nStokes do not count.
+    AntabTestUvx rr;
+    AddStations(rr);
+    rr.header.nStokes = 1;
+    rr.header.stokes[0] = -1;
+    rr.header.stokes[1] = -2;
+    rr.header.nIF = 0;
+    rr.Open();
+    AAntabData c;
+    EXPECT_TRUE(c.Init(rr.file));
+    EXPECT_EQ(c.m_nPol, 1);
+    EXPECT_EQ(c.m_nIF, 1);
+    EXPECT_EQ(c.m_header.refJD, 2459215.5);
+}
+
+TEST(AntabCalibrate, CheckValidMessages) {
+    {
+        AntabTestUvx noAn;
+        noAn.withAN = false;
+        noAn.Open();
+        AAntabData d;
+        ASSERT_TRUE(d.Init(noAn.file));
+        EXPECT_FALSE(LoadText(d, kTwoStations));
+        EXPECT_EQ(d.GetErrMsg(), "Error> <AAntabData> not found AN-table.");
+        EXPECT_EQ(d.m_tlscs[0]->m_tsys.Row(0)[0], 1.0);  // not dated
+    }
+    {
+        // An antenna without ANTAB data stops everything, before the DPFU of the first telescope.
+        AntabTestUvx extra;
+        AddStations(extra);
+        extra.stations.push_back({"CC", 3, 1, 2, 3});
+        extra.Open();
+        AAntabData d;
+        ASSERT_TRUE(d.Init(extra.file));
+        EXPECT_FALSE(LoadText(d, std::string("GAIN AA ELEV DPFU=0 /\n") + kTwoStations));
+        EXPECT_EQ(d.GetErrMsg(), "Error> <AAntabData> non found CC in ANTAB data.");
+    }
+    {
+        // DPFU 0 also counts for a station outside the AN table; telescopes before it are bound.
+        Loaded s(std::string(kTwoStations) + "GAIN ZZ ELEV DPFU=0.5,0 /\nGAIN QQ ELEV DPFU=0 /\n");
+        EXPECT_FALSE(s.loadOk);
+        EXPECT_EQ(s.data.GetErrMsg(), "Error> <AAntabData> DPFU = 0 for ZZ");
+        EXPECT_EQ(s.data.m_tlscs[0]->m_tsys.Row(0)[0], 59215.0);
+        EXPECT_EQ(s.data.m_tlscs[1]->m_antID, 2);
+        EXPECT_EQ(s.data.m_tlscs[2]->m_antID, -1);
+    }
+    {
+        // INDEX covering only R in a file with RR and LL: hole at position m_nIF.
+        Loaded s(
+            "GAIN AA ELEV /\nTSYS AA INDEX='R1:2' /\n"
+            "GAIN BB ELEV /\nTSYS BB INDEX='R1:2','L1:2' /\n");
+        EXPECT_FALSE(s.loadOk);
+        EXPECT_EQ(s.data.GetErrMsg(), "Error. Has hole INDEX keyword (pos=2).  Antenn = AA");
+    }
+    {
+        // A hole inside R, the INDEX2 list counting as well, ranges past m_nIF harmless.
+        Loaded s(
+            "GAIN AA ELEV /\nTSYS AA INDEX2='L1:8' / INDEX='R1:8','X' /\n"
+            "GAIN BB ELEV /\nTSYS BB INDEX='R2:9','L1:2' /\n");
+        EXPECT_FALSE(s.loadOk);
+        EXPECT_EQ(s.data.GetErrMsg(), "Error. Has hole INDEX keyword (pos=0).  Antenn = BB");
+    }
+}
+
+TEST(AntabCalibrate, BindingToTheAntennaTable) {
+    AntabTestUvx uvx;
+    AddStations(uvx);
+    uvx.stations[1].id = 17;
+    uvx.leftHanded = true;
+    uvx.header.nStokes = 1;
+    uvx.header.nIF = 1;
+    uvx.Open();
+    AAntabData d;
+    ASSERT_TRUE(d.Init(uvx.file));
+    ASSERT_TRUE(LoadText(d,
+                         "GAIN ZZ ELEV DPFU=0.1 /\nTSYS ZZ INDEX='X' /\n42 1:00 3\n"
+                         "GAIN BB ELEV /\nTSYS BB INDEX='R1' /\n3 12:00 5\n"
+                         "GAIN AA ELEV /\nTSYS AA INDEX='R1' /\n1 0:00 5\n"
+                         "GAIN AA ELEV /\nTSYS AA INDEX='R1' /\n1 0:00 7\n"))
+        << d.GetErrMsg().GetString();
+    AAntabTlsc& zz = *d.m_tlscs[0];
+    AAntabTlsc& bb = *d.m_tlscs[1];
+    EXPECT_EQ(zz.m_antID, -1);
+    EXPECT_EQ(zz.m_tsys.Row(0)[0], 42.0);  // a station outside the AN table is passed over
+    EXPECT_EQ(bb.m_antID, 17);
+    EXPECT_EQ(bb.m_x, 3828750.7);
+    EXPECT_EQ(bb.m_y, -442589.2);  // left-handed table: y negated
+    EXPECT_EQ(bb.m_z, 5064921.6);
+    EXPECT_EQ(bb.m_tsys.Row(0)[0], 59217.0);
+    EXPECT_EQ(bb.m_tsys.Row(0)[1], 0.5);
+
+    // A second GAIN under the same name is never used: the first with the ID serves.
+    AUVXGroup g = Group(1, 17);
+    AUVXVisibility vis(1, 1, 1);
+    Fill(vis, 1, 0, 1);
+    ASSERT_TRUE(d.Calibrate(g, vis));
+    EXPECT_FLOAT_EQ(vis.data[0].re, 5.0f);
+
+    // No telescope at all: true, whatever the AN table holds.
+    AAntabData empty;
+    ASSERT_TRUE(empty.Init(uvx.file));
+    EXPECT_TRUE(LoadText(empty, "! nothing\n"));
+}
+
+TEST(AntabCalibrate, CopiesOwnTheirTelescopes) {
+    Loaded s(kTwoStations);
+    ASSERT_TRUE(s.loadOk);
+    AAntabData copy(s.data);
+    ASSERT_EQ(copy.m_tlscs.count, 2);
+    EXPECT_NE(copy.m_tlscs[0], s.data.m_tlscs[0]);
+    EXPECT_EQ(copy.m_current, copy.m_tlscs[1]);
+    EXPECT_EQ(copy.m_uvx, s.data.m_uvx);
+    EXPECT_EQ(copy.m_tlscs[1]->m_tsys.Row(0)[0], 59215.0);
+
+    AAntabData assigned;
+    LoadText(assigned, "GAIN QQ ELEV\n");  // something to release
+    ASSERT_EQ(assigned.m_tlscs.count, 1);
+    assigned = copy;
+    ASSERT_EQ(assigned.m_tlscs.count, 2);
+    EXPECT_EQ(assigned.m_current, assigned.m_tlscs[1]);
+    assigned = assigned;
+    ASSERT_EQ(assigned.m_tlscs.count, 2);
+
+    // Each calibrates on its own.
+    copy.m_tlscs[0]->m_ft = 4.0;
+    AUVXGroup g = Group(1, 2);
+    AUVXVisibility a(2, 1, 4), b(2, 1, 4);
+    Fill(a, 1, 0, 1);
+    Fill(b, 1, 0, 1);
+    ASSERT_TRUE(s.data.Calibrate(g, a));
+    ASSERT_TRUE(copy.Calibrate(g, b));
+    EXPECT_NEAR(b.data[0].re / a.data[0].re, 2.0, 1e-6);
+    // Leaving the scope deletes every telescope once (the sanitizer build checks).
+}

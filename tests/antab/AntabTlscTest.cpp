@@ -1,0 +1,416 @@
+// Tests of one telescope: INDEX items, row dates, Tsys lookup (scan and index alike) and the gain.
+#include <cmath>
+#include <cstring>
+#include <random>
+#include <string>
+
+#include <gtest/gtest.h>
+
+#include <merovane/antab/AAntabTlsc.h>
+#include <merovane/platform/Afx.h>
+
+namespace {
+
+// A telescope with `positions` Tsys columns, named AA.
+AAntabTlsc MakeTlsc(int positions) {
+    AAntabTlsc t;
+    t.m_name = "AA";
+    t.m_tsys.SetCols(positions + 2);
+    return t;
+}
+
+void AddRow(AAntabTlsc& t, double day, double fraction, std::initializer_list<double> values) {
+    double* row = t.m_tsys.AddRow();
+    row[0] = day;
+    row[1] = fraction;
+    int c = 2;
+    for (double v : values) row[c++] = v;
+}
+
+AUVXSourceItem Source(double ra, double dec) {
+    AUVXSourceItem s;
+    std::memset(&s, 0, sizeof s);
+    s.id = 1;
+    s.ra = ra;
+    s.dec = dec;
+    return s;
+}
+
+}  // namespace
+
+TEST(AntabTlsc, ColumnInfoParse) {
+    AAntabTlsc t;
+    struct Case {
+        const char* text;
+        int pol, first, last;
+    } cases[] = {
+        {"R1:4", -1, 1, 4},  {"L3", -2, 3, 3},       {"X", 0, -1, -1},   {"X5:9", 0, -1, -1},
+        {"R12", -1, 12, 12}, {"L2.9", -2, 2, 2},     {"R3:1", -1, 3, 1}, {"R", -1, 0, 0},
+        {"R1|L1", -1, 1, 1}, {"L33:64", -2, 33, 64}, {"", 0, -1, -1},    {"Y1", 0, -1, -1},
+        {":4", 0, -1, -1},
+    };
+    for (const Case& c : cases) {
+        CString text(c.text);
+        AColumnInfo info{99, 99, 99};
+        EXPECT_TRUE(t.ColumnInfoParse(text, info));
+        EXPECT_EQ(info.pol, c.pol) << c.text;
+        EXPECT_EQ(info.first, c.first) << c.text;
+        EXPECT_EQ(info.last, c.last) << c.text;
+    }
+}
+
+TEST(AntabTlsc, FixDate) {
+    AAntabTlsc t = MakeTlsc(1);
+    AddRow(t, 1, 0.25, {1});
+    AddRow(t, 32.7, 0.5, {1});
+    AddRow(t, 366, 0.0, {1});
+    AddRow(t, 1, 0.0, {1});      // behind day 366: no year change, stays in 2021
+    t.FixDate(2459215.5 + 0.3);  // during 2021-01-01
+    // 2021-01-01 is MJD 59215; 2021-02-01 is 59246; 2022-01-01 is 59580.
+    EXPECT_EQ(t.m_tsys.Row(0)[0], 59215.0);
+    EXPECT_EQ(t.m_tsys.Row(0)[1], 0.25);
+    EXPECT_EQ(t.m_tsys.Row(1)[0], 59246.0);
+    EXPECT_EQ(t.m_tsys.Row(1)[1], 0.5);
+    EXPECT_EQ(t.m_tsys.Row(2)[0], 59580.0);
+    EXPECT_EQ(t.m_tsys.Row(3)[0], 59215.0);
+
+    // Leap year: day 60 of 2020 is 29 February, MJD 58908; day 61 is 1 March.
+    AAntabTlsc leap = MakeTlsc(1);
+    AddRow(leap, 60, 0, {1});
+    AddRow(leap, 61, 0, {1});
+    leap.FixDate(2458849.5);  // 2020-01-01
+    EXPECT_EQ(leap.m_tsys.Row(0)[0], 58908.0);
+    EXPECT_EQ(leap.m_tsys.Row(1)[0], 58909.0);
+
+    // A reference date before 1900 cannot be turned into a year.
+    AAntabTlsc old = MakeTlsc(1);
+    EXPECT_THROW(old.FixDate(2400000.5), COleException);
+}
+
+TEST(AntabTlsc, TsysInterpolationAndHold) {
+    for (bool scan : {false, true}) {
+        AAntabTlsc t = MakeTlsc(2);
+        t.m_forceScan = scan;
+        t.m_ft = 2.0;
+        AddRow(t, 10, 0, {20, 7});
+        AddRow(t, 11, 0, {0, 9});  // no measurement in position 0
+        AddRow(t, 12, 0, {40, -3});
+        double v = 0;
+        ASSERT_TRUE(t.GetTsys(11, 0, v));
+        EXPECT_DOUBLE_EQ(v, 60.0) << scan;  // (20 + 40) / 2 x 2, across the row without a value
+        ASSERT_TRUE(t.GetTsys(11.5, 0, v));
+        EXPECT_DOUBLE_EQ(v, 70.0);
+        ASSERT_TRUE(t.GetTsys(9, 0, v));
+        EXPECT_EQ(v, 40.0);
+        ASSERT_TRUE(t.GetTsys(13, 0, v));
+        EXPECT_EQ(v, 80.0);
+        ASSERT_TRUE(t.GetTsys(10, 0, v));
+        EXPECT_EQ(v, 40.0);
+        ASSERT_TRUE(t.GetTsys(12, 0, v));
+        EXPECT_EQ(v, 80.0);
+        // Position 1: the negative value is no measurement either.
+        ASSERT_TRUE(t.GetTsys(10.5, 1, v));
+        EXPECT_DOUBLE_EQ(v, 16.0);
+        ASSERT_TRUE(t.GetTsys(100, 1, v));
+        EXPECT_EQ(v, 18.0);
+        ASSERT_TRUE(t.GetTsys(-100, 1, v));
+        EXPECT_EQ(v, 14.0);
+
+        // Day and fraction both make the time; equal times give the first of them.
+        AAntabTlsc e = MakeTlsc(1);
+        e.m_forceScan = scan;
+        AddRow(e, 59215, 0.25, {20});
+        AddRow(e, 59215, 0.25, {30});
+        AddRow(e, 59215, 0.75, {50});
+        ASSERT_TRUE(e.GetTsys(59215.25, 0, v));
+        EXPECT_EQ(v, 20.0);
+        ASSERT_TRUE(e.GetTsys(59215.5, 0, v));
+        EXPECT_DOUBLE_EQ(v, 40.0);  // from the second of the equal rows
+
+        // A single measured row answers every time.
+        AAntabTlsc one = MakeTlsc(1);
+        one.m_forceScan = scan;
+        AddRow(one, 5, 0, {0});
+        AddRow(one, 6, 0, {25});
+        AddRow(one, 7, 0, {0});
+        for (double time : {0.0, 6.0, 6.5, 1e6}) {
+            ASSERT_TRUE(one.GetTsys(time, 0, v));
+            EXPECT_EQ(v, 25.0);
+        }
+    }
+}
+
+TEST(AntabTlsc, TsysNotFound) {
+    for (bool scan : {false, true}) {
+        AAntabTlsc t = MakeTlsc(2);
+        t.m_forceScan = scan;
+        double v = -1;
+        EXPECT_FALSE(t.GetTsys(59215.25, 0, v));
+        EXPECT_EQ(t.m_errMsg, "Error> <AAntabTlsc> AN=AA, TSYS for 06:00:00.00 not found.");
+        AddRow(t, 59215, 0.5, {0, 5});
+        AddRow(t, 59215, 0.6, {-2, std::nan("")});
+        EXPECT_FALSE(t.GetTsys(59216.5 + 30.5 / 86400, 0, v));
+        EXPECT_EQ(t.m_errMsg, "Error> <AAntabTlsc> AN=AA, TSYS for 12:00:30.50 not found.");
+        EXPECT_EQ(v, -1);
+        // A success does not clear the message.
+        EXPECT_TRUE(t.GetTsys(59215, 1, v));
+        EXPECT_EQ(v, 5.0);
+        EXPECT_EQ(t.m_errMsg, "Error> <AAntabTlsc> AN=AA, TSYS for 12:00:30.50 not found.");
+        // Positions outside the table have no measurement.
+        EXPECT_FALSE(t.GetTsys(59215, 2, v));
+        EXPECT_FALSE(t.GetTsys(59215, -1, v));
+        EXPECT_FALSE(t.GetTsys(59215, -2, v));
+    }
+}
+
+TEST(AntabTlsc, TsysUnsortedRowsStopAtFirstLaterRow) {
+    for (bool scan : {false, true}) {
+        AAntabTlsc t = MakeTlsc(1);
+        t.m_forceScan = scan;
+        AddRow(t, 12, 0, {40});
+        AddRow(t, 10, 0, {20});
+        AddRow(t, 14, 0, {60});
+        double v = 0;
+        ASSERT_TRUE(t.GetTsys(11, 0, v));
+        EXPECT_EQ(v, 40.0);  // the first row at or after 11 is the one of t = 12, with nothing before
+        ASSERT_TRUE(t.GetTsys(13, 0, v));
+        EXPECT_DOUBLE_EQ(v, 50.0);  // previous: the row of t = 10 (the last below 13), next t = 14
+        ASSERT_TRUE(t.GetTsys(15, 0, v));
+        EXPECT_EQ(v, 60.0);
+    }
+}
+
+TEST(AntabTlsc, IndexFollowsTableChanges) {
+    AAntabTlsc t = MakeTlsc(1);
+    AddRow(t, 10, 0, {20});
+    AddRow(t, 12, 0, {40});
+    double v = 0;
+    ASSERT_TRUE(t.GetTsys(13, 0, v));
+    EXPECT_EQ(v, 40.0);
+    AddRow(t, 14, 0, {80});  // a new row is seen without a reset
+    ASSERT_TRUE(t.GetTsys(13, 0, v));
+    EXPECT_DOUBLE_EQ(v, 60.0);
+    t.m_tsys.Row(2)[2] = 100;  // in place: needs the reset
+    t.ResetTsysIndex();
+    ASSERT_TRUE(t.GetTsys(13, 0, v));
+    EXPECT_DOUBLE_EQ(v, 70.0);
+    t.FixDate(2459215.5);  // rows move to MJDs; FixDate drops the index itself
+    // Days 10, 12, 14 of 2021 are MJD 59224, 59226, 59228.
+    ASSERT_TRUE(t.GetTsys(59225, 0, v));
+    EXPECT_DOUBLE_EQ(v, 30.0);
+}
+
+// The index must answer exactly as the scan: same success, same value to the bit, same message.
+TEST(AntabTlsc, IndexMatchesScanOnRandomQueries) {
+    std::mt19937_64 rng(20261123);
+    std::uniform_real_distribution<double> unit(0.0, 1.0);
+    const int positions = 4;
+    for (int shape = 0; shape < 4; ++shape) {
+        AAntabTlsc fast = MakeTlsc(positions);
+        fast.m_ft = 1.3;
+        double time = 59215.0;
+        for (int r = 0; r < 400; ++r) {
+            double* row = fast.m_tsys.AddRow();
+            // Shape 0: strictly ascending; 1: runs of equal times; 2: a few rows out of order;
+            // 3: a column with no measurement at all and sparse others.
+            if (shape == 1 && unit(rng) < 0.3) {
+                // same time as the last row
+            } else if (shape == 2 && unit(rng) < 0.05) {
+                time -= 0.01;
+            } else {
+                time += 0.001 + 0.01 * unit(rng);
+            }
+            row[0] = std::floor(time);
+            row[1] = time - std::floor(time);
+            for (int p = 0; p < positions; ++p) {
+                const double u = unit(rng);
+                double value = 50 + 100 * unit(rng);
+                if (u < 0.2) value = 0.0;
+                if (u < 0.05) value = -1.0;
+                if (shape == 3 && (p == 2 || u < 0.9)) value = 0.0;
+                row[p + 2] = value;
+            }
+        }
+        AAntabTlsc scan(fast);
+        scan.m_forceScan = true;
+        const double lo = fast.m_tsys.Row(0)[0] - 0.5;
+        const double hi = time + 0.5;
+        for (int q = 0; q < 25000; ++q) {
+            double t = lo + (hi - lo) * unit(rng);
+            const int p = static_cast<int>(unit(rng) * positions);
+            if (q % 97 == 0) {  // exactly on a row's time
+                const double* row = fast.m_tsys.Row(static_cast<int>(unit(rng) * fast.m_tsys.rows));
+                t = row[1] + row[0];
+            }
+            double a = -7, b = -7;
+            const bool okA = fast.GetTsys(t, p, a);
+            const bool okB = scan.GetTsys(t, p, b);
+            ASSERT_EQ(okA, okB) << shape << " " << q;
+            ASSERT_EQ(std::memcmp(&a, &b, sizeof a), 0) << shape << " " << q << " " << a << " " << b;
+            ASSERT_EQ(fast.m_errMsg, scan.m_errMsg);
+        }
+    }
+}
+
+TEST(AntabTlsc, GainRangeAndConstants) {
+    AAntabTlsc t;
+    t.m_name = "EF";
+    t.m_freqLow = 1e9;
+    t.m_freqHigh = 2e9;
+    t.m_dpfu[0] = 0.5;
+    t.m_dpfu[1] = 0.25;
+    AUVXSourceItem src = Source(10, 20);
+    double g[2] = {0, 0};
+    ASSERT_TRUE(t.GetGain(59215, 1e9, src, g));  // both limits belong to the range
+    EXPECT_EQ(g[0], 0.5);
+    EXPECT_EQ(g[1], 0.25);
+    ASSERT_TRUE(t.GetGain(59215, 2e9, src, g));
+    EXPECT_FALSE(t.GetGain(59215, 2e9 + 1, src, g));
+    EXPECT_EQ(t.m_errMsg, "Error> <AAntabTlsc> AN=EF, freq. not in range");
+    t.m_errMsg = "";
+    EXPECT_FALSE(t.GetGain(59215, 1e9 - 1, src, g));
+    EXPECT_EQ(t.m_errMsg, "Error> <AAntabTlsc> AN=EF, freq. not in range");
+
+    // One coefficient: a constant factor, whatever the kind.
+    t.m_poly.Add(0.8);
+    ASSERT_TRUE(t.GetGain(59215, 1.5e9, src, g));
+    EXPECT_EQ(g[0], 0.4);
+    EXPECT_EQ(g[1], 0.2);
+
+    // Two coefficients and no kind.
+    t.m_poly.Add(0.001);
+    EXPECT_FALSE(t.GetGain(59215, 1.5e9, src, g));
+    EXPECT_EQ(t.m_errMsg, "Error> <AAntabTlsc> AN=EF, m_polyType == 0");
+    t.m_polyType = 7;
+    EXPECT_FALSE(t.GetGain(59215, 1.5e9, src, g));
+    EXPECT_EQ(t.m_errMsg, "Error> <AAntabTlsc> AN=EF, m_polyType == 0");
+}
+
+TEST(AntabTlsc, GainPolynomialInElevationAndZenithAngle) {
+    // At the north pole a source stands at its declination above the horizon at every hour.
+    AAntabTlsc t;
+    t.m_name = "NP";
+    t.m_z = 6356752.0;
+    t.m_polyType = 1;
+    t.m_dpfu[0] = 2.0;
+    t.m_dpfu[1] = 3.0;
+    t.m_poly.Add(1.0);
+    t.m_poly.Add(-0.01);
+    t.m_poly.Add(0.0001);
+    for (double time : {59215.0, 59215.3, 60000.9}) {
+        AUVXSourceItem src = Source(123.0, 30.0);
+        double g[2];
+        ASSERT_TRUE(t.GetGain(time, 1e9, src, g));
+        const double p = 1.0 - 0.01 * 30 + 0.0001 * 900;  // 0.79
+        EXPECT_NEAR(g[0], 2 * p, 1e-9);
+        EXPECT_NEAR(g[1], 3 * p, 1e-9);
+    }
+    t.m_polyType = 2;  // zenith angle 60
+    t.m_poly.Free();
+    t.m_poly.Add(0.0);
+    t.m_poly.Add(1.0);
+    AUVXSourceItem src = Source(0.0, 30.0);
+    double g[2];
+    ASSERT_TRUE(t.GetGain(59215.1, 1e9, src, g));
+    EXPECT_NEAR(g[0], 120.0, 1e-8);
+    EXPECT_NEAR(g[1], 180.0, 1e-8);
+}
+
+TEST(AntabTlsc, GainPolynomialInHourAngle) {
+    // On the equator at longitude 0, at 12h UT of 1 January 2000 (MJD 51544.5): the hour angle of
+    // right ascension 0 is the sidereal time, 18.697374558 h = 280.46061837 degrees.
+    AAntabTlsc t;
+    t.m_name = "EQ";
+    t.m_x = 6378137.0;
+    t.m_polyType = 3;
+    t.m_dpfu[1] = 2.0;
+    t.m_poly.Add(0.0);
+    t.m_poly.Add(1.0);
+    AUVXSourceItem src = Source(0.0, 10.0);
+    double g[2];
+    ASSERT_TRUE(t.GetGain(51544.5, 1e9, src, g));
+    EXPECT_NEAR(g[0], 280.46061837, 1e-3);
+    EXPECT_NEAR(g[1], 2 * 280.46061837, 2e-3);
+    const double h0 = g[0];
+
+    // Not reduced to a range: a right ascension one turn lower gives H + 360, one turn higher H - 360.
+    AUVXSourceItem below = Source(-360.0, 10.0);
+    ASSERT_TRUE(t.GetGain(51544.5, 1e9, below, g));
+    EXPECT_NEAR(g[0], h0 + 360.0, 1e-9);
+    AUVXSourceItem above = Source(360.0, 10.0);
+    ASSERT_TRUE(t.GetGain(51544.5, 1e9, above, g));
+    EXPECT_NEAR(g[0], h0 - 360.0, 1e-9);
+
+    // Right ascension 30 degrees is 2 hours: H falls by 30 degrees. A station 90 degrees east
+    // sees H 90 degrees larger.
+    AUVXSourceItem ra30 = Source(30.0, 10.0);
+    ASSERT_TRUE(t.GetGain(51544.5, 1e9, ra30, g));
+    EXPECT_NEAR(g[0], h0 - 30.0, 1e-9);
+    t.m_x = 0.0;
+    t.m_y = 6378137.0;
+    ASSERT_TRUE(t.GetGain(51544.5, 1e9, src, g));
+    EXPECT_NEAR(g[0], h0 + 90.0, 1e-9);
+    // A station 90 degrees west: longitude 270 degrees, never negative, so H is 270 degrees larger.
+    t.m_y = -6378137.0;
+    ASSERT_TRUE(t.GetGain(51544.5, 1e9, src, g));
+    EXPECT_NEAR(g[0], h0 + 270.0, 1e-9);
+
+    // Six hours of universal time later the sidereal time has gone on by 6 x 1.0027379 hours.
+    t.m_x = 6378137.0;
+    t.m_y = 0.0;
+    ASSERT_TRUE(t.GetGain(51544.75, 1e9, src, g));
+    EXPECT_NEAR(g[0], h0 + 6 * 15 * 1.0027379, 1e-3);
+}
+
+TEST(AntabTlsc, CopyAndMove) {
+    AAntabTlsc a = MakeTlsc(2);
+    a.m_name = "ON";
+    a.m_dpfu[1] = 0.7;
+    a.m_poly.Add(1.0);
+    a.m_index.Add(AColumnInfo{-1, 1, 2});
+    a.m_index2.Add(AColumnInfo{-2, 1, 1});
+    AddRow(a, 10, 0, {20, 30});
+    AddRow(a, 12, 0, {40, 50});
+    double v = 0;
+    ASSERT_TRUE(a.GetTsys(11, 0, v));  // builds the source's index
+
+    AAntabTlsc b(a);
+    EXPECT_STREQ(b.m_name, "ON");
+    EXPECT_EQ(b.m_dpfu[1], 0.7);
+    EXPECT_EQ(b.m_tsys.rows, 2);
+    EXPECT_EQ(b.m_tsys.capacity, 2);
+    EXPECT_EQ(b.m_poly.capacity, 1);
+    EXPECT_EQ(b.m_index.capacity, 1);
+    EXPECT_NE(b.m_tsys.data, a.m_tsys.data);
+    EXPECT_NE(b.m_poly.data, a.m_poly.data);
+    b.m_tsys.Row(1)[2] = 60;
+    ASSERT_TRUE(b.GetTsys(11, 0, v));
+    EXPECT_DOUBLE_EQ(v, 40.0);
+    ASSERT_TRUE(a.GetTsys(11, 0, v));
+    EXPECT_DOUBLE_EQ(v, 30.0);
+
+    AAntabTlsc c;
+    c = std::move(a);  // leaves the source as it was
+    EXPECT_EQ(a.m_tsys.rows, 2);
+    EXPECT_NE(a.m_tsys.data, nullptr);
+    EXPECT_EQ(c.m_tsys.rows, 2);
+    EXPECT_NE(c.m_tsys.data, a.m_tsys.data);
+    EXPECT_EQ(c.m_index2[0].pol, -2);
+    AAntabTlsc d(std::move(c));
+    EXPECT_EQ(c.m_poly.count, 1);
+    EXPECT_EQ(d.m_poly.count, 1);
+    ASSERT_TRUE(d.GetTsys(11, 1, v));
+    EXPECT_DOUBLE_EQ(v, 40.0);
+
+    // The table grows by its step and keeps its rows.
+    ATsysTable table;
+    table.SetCols(3);
+    table.growBy = 2;
+    for (int r = 0; r < 5; ++r) table.AddRow()[0] = r;
+    EXPECT_EQ(table.capacity, 6);
+    for (int r = 0; r < 5; ++r) EXPECT_EQ(table.Row(r)[0], r);
+    ATsysTable copy;
+    copy = table;
+    EXPECT_EQ(copy.capacity, 5);
+    EXPECT_EQ(copy.Row(4)[0], 4.0);
+}
