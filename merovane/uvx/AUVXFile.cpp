@@ -33,8 +33,10 @@ CString num(std::int64_t value) {
 CString headerProblem(const AUVXHeader& h) {
     if (h.nStokes < 1 || h.nStokes > 8)
         return "bad header: nStokes " + toStr(static_cast<int>(h.nStokes), "%d") + " (1..8 expected)";
-    if (h.nChan < 1) return "bad header: nChan " + toStr(h.nChan, "%d") + " (at least 1 expected)";
-    if (h.nIF < 0 || h.nIF > 0x7FFF) return "bad header: nIF " + toStr(h.nIF, "%d") + " (0..32767 expected)";
+    if (h.nChan < 1)
+        return "bad header: nChan " + toStr(static_cast<int>(h.nChan), "%d") + " (at least 1 expected)";
+    if (h.nIF < 0 || h.nIF > 0x7FFF)
+        return "bad header: nIF " + toStr(static_cast<int>(h.nIF), "%d") + " (0..32767 expected)";
     if (AUVXFile::RecordBytes(h) > kMaxRecordBytes)
         return "bad header: a record of " + num(AUVXFile::RecordBytes(h)) + " bytes is too large";
     return CString();

@@ -103,19 +103,19 @@ bool AUVXTable::read(ABFile& file) {
     m_name = AUVXHeader::Text(head.name, 16);
     const CString prefix = "Table \"" + m_name + "\": ";
     if (head.nCols < 0 || head.nCols > kMaxColumns) {
-        m_errMsg = prefix + "bad column count " + toStr(head.nCols, "%d");
+        m_errMsg = prefix + "bad column count " + toStr(static_cast<int>(head.nCols), "%d");
         return false;
     }
     if (head.nRows < 0) {
-        m_errMsg = prefix + "bad row count " + toStr(head.nRows, "%d");
+        m_errMsg = prefix + "bad row count " + toStr(static_cast<int>(head.nRows), "%d");
         return false;
     }
     if (head.rowBytes < 0) {
-        m_errMsg = prefix + "bad row size " + toStr(head.rowBytes, "%d");
+        m_errMsg = prefix + "bad row size " + toStr(static_cast<int>(head.rowBytes), "%d");
         return false;
     }
     if (head.nKeywords < 0 || head.nKeywords > kMaxKeywords) {
-        m_errMsg = prefix + "bad keyword count " + toStr(head.nKeywords, "%d");
+        m_errMsg = prefix + "bad keyword count " + toStr(static_cast<int>(head.nKeywords), "%d");
         return false;
     }
 
@@ -138,14 +138,14 @@ bool AUVXTable::read(ABFile& file) {
             return false;
         }
         if (col.repeat < 1) {
-            m_errMsg = prefix + colName + " has repeat count " + toStr(col.repeat, "%d");
+            m_errMsg = prefix + colName + " has repeat count " + toStr(static_cast<int>(col.repeat), "%d");
             return false;
         }
         sum += static_cast<std::int64_t>(size) * col.repeat;
     }
     if (sum != head.rowBytes) {
-        m_errMsg = prefix + "row size " + toStr(head.rowBytes, "%d") + " disagrees with the columns (" +
-                   toStr(static_cast<double>(sum), "%.0f") + " bytes)";
+        m_errMsg = prefix + "row size " + toStr(static_cast<int>(head.rowBytes), "%d") +
+                   " disagrees with the columns (" + toStr(static_cast<double>(sum), "%.0f") + " bytes)";
         return false;
     }
     rowBytes = head.rowBytes;
@@ -173,7 +173,7 @@ bool AUVXTable::read(ABFile& file) {
         return false;
     }
     if (need > length - here) {
-        m_errMsg = prefix + "its " + toStr(head.nRows, "%d") + " rows need " +
+        m_errMsg = prefix + "its " + toStr(static_cast<int>(head.nRows), "%d") + " rows need " +
                    toStr(static_cast<double>(need), "%.0f") + " bytes, only " +
                    toStr(static_cast<double>(length - here), "%.0f") + " remain";
         return false;

@@ -147,7 +147,7 @@ TEST(UVXLookup, BaseLinesStaySortedAndUnique) {
         item.flag = static_cast<std::uint8_t>(p[2]);
         const int at = list.checkBase(item);
         ASSERT_GE(at, 0);
-        EXPECT_EQ(list[at].ants, item.ants);
+        EXPECT_EQ(static_cast<int>(list[at].ants), static_cast<int>(item.ants));
         EXPECT_EQ(list[at].flag, item.flag);
     }
     const int expected[][3] = {{-1, 4, 0}, {1, 2, 0}, {1, 2, 1}, {1, 10, 0},
@@ -160,7 +160,7 @@ TEST(UVXLookup, BaseLinesStaySortedAndUnique) {
     }
     // Make lays the bytes out as the group does: ant1 low, ant2 high.
     ABaseLineItem made = ABaseLine::Make(3, 5, 0);
-    EXPECT_EQ(made.ants, 3 + 5 * 256);
+    EXPECT_EQ(static_cast<int>(made.ants), 3 + 5 * 256);
     EXPECT_EQ(list.checkBase(made), 6);
     EXPECT_EQ(list.count, 8);
 }
