@@ -25,7 +25,7 @@ AAprox<T>::AAprox(int n)
     if (n > 0) {
         coef = new T[n];
         basis = new T[n];
-        for (int i = 0; i < n; ++i) coef[i] = T(0);
+        for (int i = 0; i < n; ++i) coef[i] = basis[i] = T(0);
     }
 }
 

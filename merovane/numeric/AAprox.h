@@ -18,9 +18,9 @@ public:
 // elimination with partial pivoting (absolute tolerance 1e-30). The basis is left to a derived class
 // through the Basis slot; here it does nothing.
 //
-// Choices of this library: the constructor clears `coef` and sets `scale` 1.0 and `offset` 0.0, so a
-// Value before any Fit gives 0.0 instead of reading unset memory. Objects own their arrays and are
-// not copyable. A count below 1 allocates nothing (Fit then gives status 2).
+// Choices of this library: the constructor clears `coef` and `basis` and sets `scale` 1.0 and `offset` 0.0,
+// so a Value before any Fit gives 0.0 instead of reading unset memory. Objects own their arrays and are not
+// copyable. A count below 1 allocates nothing (Fit then gives status 2).
 template <class T>
 class AAprox : public ABAprox<T> {
 public:
