@@ -77,41 +77,41 @@ TEST(MeanCalc, MeansInFloatWithTheWeightRuleOnElementZero) {
     const float third = 1.0f / 3.0f;
     // (1,3): the sums 5 and 10 scaled by the float 1/3, which differs from dividing by 3.
     const AUVXGroup& g13 = outGroups[0];
-    EXPECT_EQ(g13.ant1, 1);
-    EXPECT_EQ(g13.ant2, 3);
+    EXPECT_EQ(+g13.ant1, 1);
+    EXPECT_EQ(+g13.ant2, 3);
     ASSERT_NE(5.0f * third, 5.0f / 3.0f);
     EXPECT_EQ(outVis[0]->data[0].re, 5.0f * third);
     EXPECT_EQ(outVis[0]->data[1].re, 8.0f * third);
     EXPECT_EQ(outVis[0]->data[0].im, -5.0f * third);
     EXPECT_EQ(outVis[0]->data[0].wt, 3.0f * third);
-    EXPECT_EQ(g13.u, 5.0f * third);
-    EXPECT_EQ(g13.v, 10.0f * third);
-    EXPECT_EQ(g13.sourceId, 1);  // 5 / 3 truncated
-    EXPECT_EQ(g13.time, 20.0);
-    EXPECT_EQ(g13.flags, 0);
-    EXPECT_EQ(g13.freqId, 0);
+    EXPECT_EQ(+g13.u, 5.0f * third);
+    EXPECT_EQ(+g13.v, 10.0f * third);
+    EXPECT_EQ(+g13.sourceId, 1);  // 5 / 3 truncated
+    EXPECT_EQ(+g13.time, 20.0);
+    EXPECT_EQ(+g13.flags, 0);
+    EXPECT_EQ(+g13.freqId, 0);
 
     // (2,5): float sums, 16777216 + 1 + 1 stays 16777216 in float (18 more in double).
     const AUVXGroup& g25 = outGroups[1];
-    EXPECT_EQ(g25.ant1, 2);
-    EXPECT_EQ(g25.ant2, 5);
+    EXPECT_EQ(+g25.ant1, 2);
+    EXPECT_EQ(+g25.ant2, 5);
     const float big = 16777216.0f * third;
     ASSERT_NE(big, static_cast<float>(16777218.0 / 3));
     EXPECT_EQ(outVis[1]->data[0].re, big);
-    EXPECT_EQ(g25.u, big);
+    EXPECT_EQ(+g25.u, big);
     EXPECT_TRUE(std::isnan(outVis[1]->data[0].wt));                  // the NaN weight was added
     EXPECT_EQ(outVis[1]->data[1].wt, (1.0f - 1.0f + 1.0f) * third);  // 1, -1 (flagged), 1
-    EXPECT_EQ(g25.sourceId, -1);                                     // -5 / 3 truncated toward zero
+    EXPECT_EQ(+g25.sourceId, -1);                                    // -5 / 3 truncated toward zero
 
     // (4,4): listed, but nothing counted: zeros with the middle time and the baseline.
     const AUVXGroup& g44 = outGroups[2];
-    EXPECT_EQ(g44.ant1, 4);
-    EXPECT_EQ(g44.ant2, 4);
-    EXPECT_EQ(g44.time, 20.0);
-    EXPECT_EQ(g44.u, 0.0f);
-    EXPECT_EQ(g44.w, 0.0f);
-    EXPECT_EQ(g44.sourceId, 0);
-    EXPECT_EQ(g44.flags, 0);
+    EXPECT_EQ(+g44.ant1, 4);
+    EXPECT_EQ(+g44.ant2, 4);
+    EXPECT_EQ(+g44.time, 20.0);
+    EXPECT_EQ(+g44.u, 0.0f);
+    EXPECT_EQ(+g44.w, 0.0f);
+    EXPECT_EQ(+g44.sourceId, 0);
+    EXPECT_EQ(+g44.flags, 0);
     for (int e = 0; e < 2; ++e) {
         EXPECT_EQ(outVis[2]->data[e].re, 0.0f);
         EXPECT_EQ(outVis[2]->data[e].wt, 0.0f);
@@ -135,15 +135,15 @@ TEST(MeanCalc, FilterCallsFlagsAndTheFlagBit) {
     // The two (1,2) items average the same records: 10 and 30.
     EXPECT_EQ(outVis[1]->data[0].re, 20.0f);
     EXPECT_EQ(outVis[2]->data[0].re, 20.0f);
-    EXPECT_EQ(outGroups[1].ant2, 2);
-    EXPECT_EQ(outGroups[2].ant2, 2);
-    EXPECT_EQ(outGroups[2].flags, 0);
+    EXPECT_EQ(+outGroups[1].ant2, 2);
+    EXPECT_EQ(+outGroups[2].ant2, 2);
+    EXPECT_EQ(+outGroups[2].flags, 0);
 
     mean.calls = 0;
     ASSERT_TRUE(mean.Calculate(in.vis, in.groups, 0, 8, outVis, outGroups, AMeanCalc::kNoAutoCorr));
     ASSERT_EQ(outGroups.count, 2);
-    EXPECT_EQ(outGroups[0].ant1, 1);
-    EXPECT_EQ(outGroups[0].ant2, 2);
+    EXPECT_EQ(+outGroups[0].ant1, 1);
+    EXPECT_EQ(+outGroups[0].ant2, 2);
     ASSERT_TRUE(mean.Calculate(in.vis, in.groups, 0, 8, outVis, outGroups, AMeanCalc::kOnlyAutoCorr));
     ASSERT_EQ(outGroups.count, 2);
     EXPECT_EQ(outVis[0]->data[0].re, 20.0f);
@@ -174,9 +174,9 @@ TEST(MeanCalc, PassThroughWithoutASpan) {
     EXPECT_EQ(outVis[0], in.vis[0]);  // the same objects, weights below 0.25 included
     EXPECT_EQ(outVis[1], in.vis[2]);
     ASSERT_EQ(outGroups.count, 2);
-    EXPECT_EQ(outGroups[1].sourceId, in.groups[2].sourceId);
-    EXPECT_EQ(outGroups[1].u, 30.0f);
-    EXPECT_EQ(outGroups[1].freqId, 3);  // copied as it is
+    EXPECT_EQ(+outGroups[1].sourceId, +in.groups[2].sourceId);
+    EXPECT_EQ(+outGroups[1].u, 30.0f);
+    EXPECT_EQ(+outGroups[1].freqId, 3);  // copied as it is
 }
 
 TEST(MeanCalc, EmptyInputsAndTheShapeOfTheFirstRecord) {

@@ -79,10 +79,10 @@ TEST(IntervalOutput, PassThroughIsByteIdenticalWithTrueStatistics) {
     const std::int64_t streamBytes = 1800 * AUVXFile::RecordBytes(h);
     EXPECT_TRUE(UVStream(copy.Bytes(), streamBytes) == UVStream(bytes, streamBytes));
     const AUVXHeader& out = result.GetHeader();
-    EXPECT_EQ(out.reMin, reMin);
-    EXPECT_EQ(out.reMax, reMax);
-    EXPECT_EQ(out.imMin, imMin);
-    EXPECT_EQ(out.imMax, imMax);
+    EXPECT_EQ(+out.reMin, reMin);
+    EXPECT_EQ(+out.reMax, reMax);
+    EXPECT_EQ(+out.imMin, imMin);
+    EXPECT_EQ(+out.imMax, imMax);
     // Nothing else of the header changes.
     EXPECT_EQ(std::memcmp(&out, &h, 128), 0);
     EXPECT_EQ(std::memcmp(&out.objRA, &h.objRA, sizeof(AUVXHeader) - 160), 0);
@@ -110,16 +110,16 @@ TEST(IntervalOutput, StatisticsOnlyWiden) {
     RecordingHost host;
     host.mode = RecordingHost::Mode::PassThrough;
     ASSERT_TRUE(host.IntervalsExec(&f.in, &f.out, 0, 4, nullptr));
-    EXPECT_EQ(host.m_header.reMin, -1e9);
-    EXPECT_EQ(host.m_header.reMax, 1e9);
+    EXPECT_EQ(+host.m_header.reMin, -1e9);
+    EXPECT_EQ(+host.m_header.reMax, 1e9);
     double imMin = 0, imMax = 0;
     for (const Record& r : recs)
         for (const AUVXComplex& c : r.data) {
             imMin = std::min<double>(imMin, c.im);
             imMax = std::max<double>(imMax, c.im);
         }
-    EXPECT_EQ(host.m_header.imMin, imMin);
-    EXPECT_EQ(host.m_header.imMax, imMax);
+    EXPECT_EQ(+host.m_header.imMin, imMin);
+    EXPECT_EQ(+host.m_header.imMax, imMax);
 
     // Records dropped without an output file change nothing.
     Files g(BuildFile(h, recs), false);
@@ -151,15 +151,15 @@ TEST(IntervalOutput, NaNTakesTheMinimumAndNeverTheMaximum) {
         return host.m_header;
     };
     AUVXHeader a = run({5, nan, 3}, {-1, nan, 7});
-    EXPECT_EQ(a.reMin, 3);  // the NaN took the minimum and 3 took it back
-    EXPECT_EQ(a.reMax, 5);
-    EXPECT_EQ(a.imMin, 7);  // 7 replaced the NaN, although -1 came before it
-    EXPECT_EQ(a.imMax, 7);
+    EXPECT_EQ(+a.reMin, 3);  // the NaN took the minimum and 3 took it back
+    EXPECT_EQ(+a.reMax, 5);
+    EXPECT_EQ(+a.imMin, 7);  // 7 replaced the NaN, although -1 came before it
+    EXPECT_EQ(+a.imMax, 7);
     AUVXHeader b = run({5, 3, nan}, {nan, -2, -3});
     EXPECT_TRUE(std::isnan(b.reMin));
-    EXPECT_EQ(b.reMax, 5);
-    EXPECT_EQ(b.imMin, -3);
-    EXPECT_EQ(b.imMax, -2);
+    EXPECT_EQ(+b.reMax, 5);
+    EXPECT_EQ(+b.imMin, -3);
+    EXPECT_EQ(+b.imMax, -2);
 }
 
 TEST(IntervalOutput, AveragingHostWritesOneRecordPerBaselineAndInterval) {
@@ -189,17 +189,17 @@ TEST(IntervalOutput, AveragingHostWritesOneRecordPerBaselineAndInterval) {
     float expU[] = {(1 + 4) / 2.0f, (0 + 2) / 2.0f, 3, 5};
     double expTime[] = {5, 5, 5, 15};
     for (int b = 0; b < 4; ++b) {
-        EXPECT_EQ(out[b].group.ant1, expAnts[b][0]);
-        EXPECT_EQ(out[b].group.ant2, expAnts[b][1]);
-        EXPECT_EQ(out[b].group.time, expTime[b]);
-        EXPECT_EQ(out[b].group.u, expU[b]);
+        EXPECT_EQ(+out[b].group.ant1, expAnts[b][0]);
+        EXPECT_EQ(+out[b].group.ant2, expAnts[b][1]);
+        EXPECT_EQ(+out[b].group.time, expTime[b]);
+        EXPECT_EQ(+out[b].group.u, expU[b]);
         EXPECT_EQ(out[b].data[0].re, expRe0[b]);
         EXPECT_EQ(out[b].data[1].re, expRe0[b] + 1);
         EXPECT_EQ(out[b].data[1].im, -(expRe0[b] + 1) / 2);
     }
     // The statistics are those of what was written, the means.
-    EXPECT_EQ(result.GetHeader().reMin, 10);
-    EXPECT_EQ(result.GetHeader().reMax, 51);
+    EXPECT_EQ(+result.GetHeader().reMin, 10);
+    EXPECT_EQ(+result.GetHeader().reMax, 51);
 }
 
 TEST(IntervalOutput, WriteDataEdges) {

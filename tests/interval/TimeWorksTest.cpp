@@ -292,7 +292,7 @@ TEST(TimeWorks, InitSeesTheNewHeaderAndTheOldFiles) {
     std::vector<double> seenFreq;
     host.onInit = [&](RecordingHost& self) {
         seenIn.push_back(self.m_inFile);
-        seenFreq.push_back(self.m_header.refFreq);
+        seenFreq.push_back(+self.m_header.refFreq);
     };
     ASSERT_TRUE(host.IntervalsExec(&f1.in, nullptr, 0, 1, nullptr));
     ASSERT_TRUE(host.IntervalsExec(&f2.in, nullptr, 0, 1, nullptr));
