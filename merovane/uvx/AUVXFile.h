@@ -30,11 +30,14 @@ public:
     ~AUVXFile();
 
     // Opens an existing file for reading and checks its prologue, header, record count and table
-    // directory against the file's length.
+    // directory against the file's length; the stream is left at the first record. False with the
+    // reason in m_errMsg (a file that was never closed has no directory and is refused). Tables are
+    // checked when GetTable reads them.
     bool Open(const char* path);
     // The same on a stream the caller made; with `own` the file deletes it.
     bool Open(ABFile* stream, bool own = false);
-    // Starts a new file (an existing one is truncated).
+    // Starts a new file (an existing one is truncated) and writes its prologue. A stream handed in
+    // should be empty: the record count is taken from its length.
     bool Create(const char* path);
     bool Create(ABFile* stream, bool own = false);
 
@@ -43,15 +46,18 @@ public:
     AUVXTable* GetTable(const CString& name);
     // Positions `file` at record `index` (0: the first) and returns 0.
     int SeekUVGroup(int index);
-    // Stores the header at its place; nonzero on success. The stream is left at the first record.
+    // Stores the header at its place; nonzero on success, 0 on a file opened for reading. The stream
+    // is left at the first record.
     int Write(AUVXHeader& header);
     // Moves `file` to an absolute position; nonzero on success.
     int Seek(const std::int64_t& pos);
     // Appends a table behind the records (on a created file); nonzero on success. The first call
-    // fixes the record count from the length of the stream.
+    // fixes the record count from the length of the stream: (length - kFirstRecordPos) / RecordBytes,
+    // and fails if that does not divide.
     int AddTable(AUVXTable& table);
     // Completes a created file (record count, table directory) and releases the stream; nonzero on
-    // success. On a file opened for reading it only releases the stream.
+    // success. On a file opened for reading it only releases the stream; with no stream it gives 1.
+    // The stream is released even when completing fails.
     int Close();
 
     // Bytes of one record under `header`: 26 + 12 x max(1, nIF) x nChan x nStokes.

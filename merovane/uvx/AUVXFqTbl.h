@@ -20,8 +20,8 @@ public:
         std::vector<int> sideband;
     };
 
-    // Reads the file's FQ table; false if it has none or it lacks a column. Without a table every
-    // lookup answers with the header's reference frequency and setup 1 at row 0.
+    // Reads the file's FQ table; false if it has none or it lacks a column. Without a table
+    // GetFreqSelNum gives row 0 for every setup and GetStartIFFq the header's reference frequency.
     bool Init(AUVXFile& file);
     // Row of setup `freqId`, -1 if none.
     int GetFreqSelNum(int freqId) const;

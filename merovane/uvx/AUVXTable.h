@@ -85,7 +85,8 @@ public:
     bool GetKeyword(const char* name, CString& value) const;
 
     // Element `elem` of column `col` in row `row`, converted to or from double ('A' and 'L' as the
-    // byte's value). No bounds test.
+    // byte's value, 0..255). Integer types are stored rounded to nearest and clamped to their range
+    // (NaN as 0); 'E' is rounded to float. No bounds test.
     double GetDouble(int row, int col, int elem = 0) const;
     void SetDouble(int row, int col, double value, int elem = 0);
     // An 'A' column as text, stopping at the first NUL; SetText pads with NULs and cuts.
