@@ -4,6 +4,7 @@
 #include <cmath>
 #include <cstdlib>
 #include <cstring>
+#include <new>
 
 #include <merovane/foundation/Calendar.h>
 #include <merovane/uvx/UVXText.h>
@@ -30,7 +31,8 @@ ATsysTable::ATsysTable(const ATsysTable& other)
     : rows(0), cols(other.cols), capacity(0), growBy(other.growBy) {
     if (other.rows > 0 && other.cols > 0) {
         const long long n = static_cast<long long>(other.rows) * other.cols;
-        data = new double[static_cast<std::size_t>(n)];
+        data = static_cast<double*>(std::malloc(sizeof(double) * static_cast<std::size_t>(n)));
+        if (data == nullptr) throw std::bad_alloc();
         std::memcpy(data, other.data, sizeof(double) * static_cast<std::size_t>(n));
         rows = capacity = other.rows;
     } else {
@@ -41,7 +43,7 @@ ATsysTable::ATsysTable(const ATsysTable& other)
 ATsysTable& ATsysTable::operator=(const ATsysTable& other) {
     if (this != &other) {
         ATsysTable copy(other);
-        delete[] data;
+        std::free(data);
         rows = copy.rows;
         cols = copy.cols;
         capacity = copy.capacity;
@@ -53,11 +55,11 @@ ATsysTable& ATsysTable::operator=(const ATsysTable& other) {
 }
 
 ATsysTable::~ATsysTable() {
-    delete[] data;
+    std::free(data);
 }
 
 void ATsysTable::SetCols(int n) {
-    delete[] data;
+    std::free(data);
     data = nullptr;
     rows = capacity = 0;
     cols = n > 0 ? n : 0;
@@ -68,11 +70,11 @@ double* ATsysTable::AddRow() {
         const int step = growBy > 0 ? growBy : 1;
         const int grown = capacity + step;
         const std::size_t n = static_cast<std::size_t>(grown) * static_cast<std::size_t>(cols);
-        double* bigger = new double[n > 0 ? n : 1];
-        if (data != nullptr && rows > 0)
-            std::memcpy(bigger, data, sizeof(double) * static_cast<std::size_t>(rows) * cols);
-        delete[] data;
-        data = bigger;
+        // realloc keeps the rows; a large block is moved by remapping instead of copying, which
+        // keeps the additive growth of a long table from costing quadratic time.
+        void* bigger = std::realloc(data, sizeof(double) * (n > 0 ? n : 1));
+        if (bigger == nullptr) throw std::bad_alloc();
+        data = static_cast<double*>(bigger);
         capacity = grown;
     }
     double* row = Row(rows);

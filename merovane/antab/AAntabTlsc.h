@@ -23,7 +23,8 @@ extern template class MEROVANE_API AArray<AColumnInfo>;
 
 // A growing table of double rows, row after row in `data`. The width `cols` is fixed while the
 // table is empty; rows are appended with AddRow. Storage grows by `growBy` rows when `capacity` is
-// reached, the old rows being copied over. A copy owns its own rows, with capacity equal to rows.
+// reached, the old rows kept. A copy owns its own rows, with capacity equal to rows. The rows are
+// held in malloc storage (released with free).
 struct MEROVANE_API ATsysTable {
     ATsysTable() = default;
     ATsysTable(const ATsysTable& other);
