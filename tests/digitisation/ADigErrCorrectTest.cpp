@@ -222,32 +222,28 @@ TEST(ADigErrCorrect, MeanIsSummedInFloatInChannelOrder) {
 TEST(ADigErrCorrect, MeanIsDividedInFloatAndScaleAppliedInDouble) {
     AUVXAntenns antennas;
     ThreeAntennas(antennas);
-    AUVXHeader header = MakeHeader({RR}, 1, 3);
+    // Many channels on the baseline: a scale or a product rounded differently shows in some of them.
+    const int nChan = 1000;
+    AUVXHeader header = MakeHeader({RR}, 1, nChan);
     ADigErrCorrect dig;
     dig.Init(header, antennas);
-    Interval autoIv(1, 3, 1);
-    AUVXVisibility& auto1 = autoIv.Add(1, 1, 0.0f);
-    auto1.At(0, 0, 0).re = 1.0f;
-    // Many channels on the baseline: a scale or a product rounded differently shows in some of them.
-    AUVXHeader wide = MakeHeader({RR}, 1, 1000);
-    ADigErrCorrect digWide;
-    digWide.Init(wide, antennas);
-    Interval iv(1, 1000, 1);
+    Interval iv(1, nChan, 1);
+    // Antenna 1: (1, 0, 0) in three good channels, the rest flagged.
     AUVXVisibility& a = iv.Add(1, 1, 0.0f);
-    for (int c = 0; c < 1000; ++c)
+    for (int c = 0; c < nChan; ++c)
         a.At(0, c, 0) = AUVXComplex{c == 0 ? 1.0f : 0.0f, 0.0f, c < 3 ? 1.0f : 0.0f};
     AUVXVisibility& cross = iv.Add(1, 2);
-    std::vector<AUVXComplex> original(1000);
-    for (int c = 0; c < 1000; ++c) {
+    std::vector<AUVXComplex> original(nChan);
+    for (int c = 0; c < nChan; ++c) {
         cross.At(0, c, 0) = AUVXComplex{1.0f + 0.001731f * c, -0.5f - 0.00077f * c, 0.1f + 0.013f * c};
         original[c] = cross.At(0, c, 0);
     }
-    digWide.Calculate(iv.vis, iv.groups, 0.0, 0.0);
-    // The mean of (1, 0, 0) over three good channels, divided in float.
+    dig.Calculate(iv.vis, iv.groups, 0.0, 0.0);
+    // The mean 1/3 divided in float; the baseline goes by antenna 1 alone.
     const float mean = 1.0f / 3.0f;
     const double s = 1.0 / std::sqrt(static_cast<double>(mean));
     int differsFromDoubleMean = 0;
-    for (int c = 0; c < 1000; ++c) {
+    for (int c = 0; c < nChan; ++c) {
         const AUVXComplex& e = cross.At(0, c, 0);
         ASSERT_EQ(e.re, Scaled(original[c].re, s)) << c;
         ASSERT_EQ(e.im, Scaled(original[c].im, s)) << c;
@@ -256,12 +252,8 @@ TEST(ADigErrCorrect, MeanIsDividedInFloatAndScaleAppliedInDouble) {
     }
     // The channels really tell a float mean from a double one.
     EXPECT_GT(differsFromDoubleMean, 0);
-    // Flagged channels of the autocorrelation kept their bytes.
-    EXPECT_EQ(a.At(0, 500, 0).wt, 0.0f);
-    EXPECT_EQ(a.At(0, 500, 0).re, 0.0f);
-
-    dig.Calculate(autoIv.vis, autoIv.groups, 0.0, 0.0);
-    EXPECT_EQ(auto1.At(0, 0, 0).re, Scaled(1.0f, 1.0 / static_cast<double>(mean)));
+    // The autocorrelation itself: 1 / mean, in double.
+    EXPECT_EQ(a.At(0, 0, 0).re, Scaled(1.0f, 1.0 / static_cast<double>(mean)));
 }
 
 TEST(ADigErrCorrect, EachRecordCountsOnceAndFlaggedChannelsAreLeftAlone) {
