@@ -63,6 +63,20 @@ TEST(TimeWorks, HookOrderOnTheGrid) {
         "Finalize",
     };
     EXPECT_EQ(host.log, expected);
+
+    // Passed through, the records leave in the order of the writes: a dropped record at once, an
+    // interval's records when it closes; the filtered record not at all.
+    Files g(BuildFile(MakeHeader(1, 2, 1), recs));
+    RecordingHost writer;
+    writer.mode = RecordingHost::Mode::PassThrough;
+    writer.filter = host.filter;
+    ASSERT_TRUE(writer.IntervalsExec(&g.in, &g.out, 100, 10, nullptr)) << writer.m_errMsg.GetString();
+    AMemFile copy;
+    AUVXFile result;
+    ASSERT_TRUE(g.OpenOutput(copy, result));
+    std::vector<int> ids;
+    for (const Record& r : ReadRecords(result)) ids.push_back(r.group.sourceId);
+    EXPECT_EQ(ids, (std::vector<int>{0, 1, 2, 4, 5, 7, 6, 8}));
 }
 
 TEST(TimeWorks, StepNotAboveZeroGivesOneIntervalPerTimeStamp) {
