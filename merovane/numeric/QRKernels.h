@@ -17,18 +17,21 @@ enum QRStatus : std::int32_t {
 // Matrices are a base pointer and two byte strides: element (i, j) is the double at
 // base + i x stride1 + j x stride2 bytes. Vectors have one byte stride. Strides must be positive
 // multiples of 8. `width` (columns) must not exceed `height` (rows). `buffer` is the caller's scratch
-// of `height` doubles; its contents mean nothing afterwards. No kernel allocates on the heap.
+// of `height` doubles; its contents mean nothing afterwards. No kernel allocates on the heap; the
+// SSE4.1 and AVX variants of QRSolveMany work on groups of right-hand sides in up to 256 KiB of
+// stack.
 // Arguments are checked in this order and the first failure is the result: null pointer (-8),
 // count below 1 (-203, QRSolveMany only), width or height below 1 (-6), stride (-182), width above
 // height (-204).
 //
 // Every call goes through a dispatch stub that jumps by KernelDispatchIndex to one of four variants.
 
-// Factors the height x width matrix src into dst (which may be src itself) by Householder
-// reflections without pivoting: R on and above the diagonal, below the diagonal of column k the
-// reflector of step k with its leading 1.0 implicit. A square matrix's last column gets no
-// reflector. Gives 0, or -10 when a column to be reflected has a squared length below 2^-52; then
-// dst holds the finished reflectors of the columns before it and the rest partly transformed.
+// Factors the height x width matrix src into dst (which may be src itself, with the same strides;
+// other overlaps are not supported) by Householder reflections without pivoting: R on and above the
+// diagonal, below the diagonal of column k the reflector of step k with its leading 1.0 implicit. A
+// square matrix's last column gets no reflector. Gives 0, or -10 when a column to be reflected has a squared
+// length below 2^-52; then dst holds the finished reflectors of the columns before it and the rest partly
+// transformed.
 int QRDecompose(const double* src, int srcStride1, int srcStride2, double* buffer, double* dst,
                 int dstStride1, int dstStride2, int width, int height);
 
