@@ -103,6 +103,8 @@ void runOpenBLAS(benchmark::State& state, const AShape& shape) {
 // runs on one thread.
 class ARatioReporter : public benchmark::ConsoleReporter {
 public:
+    // Plain text: the table goes to logs and reports.
+    ARatioReporter() : ConsoleReporter(OO_Tabular) {}
     void ReportRuns(const std::vector<Run>& runs) override {
         ConsoleReporter::ReportRuns(runs);
         for (const Run& r : runs)
