@@ -11,11 +11,22 @@
 namespace {
 
 // The ways a test lays out its operands: dense row-major, contiguous elements with padded rows and
-// batches, and strided elements everywhere (the general path).
-enum class Layout { Dense, Padded, General };
+// batches, strided elements everywhere (the general path), and column-major with the right-hand
+// sides interleaved (general path, row strides below element strides).
+enum class Layout { Dense, Padded, General, ColumnMajor };
 
 const char* layoutName(Layout l) {
-    return l == Layout::Dense ? "dense" : l == Layout::Padded ? "padded" : "general";
+    switch (l) {
+        case Layout::Dense:
+            return "dense";
+        case Layout::Padded:
+            return "padded";
+        case Layout::General:
+            return "general";
+        case Layout::ColumnMajor:
+            return "column-major";
+    }
+    return "";
 }
 
 // Strides for an h x w problem with `count` right-hand sides.
@@ -33,6 +44,8 @@ AStrides stridesFor(Layout l, int h, int w, int count) {
             return {(w + 3) * 8, 8, (h + 1) * 8, 8, (w + 2) * 8, 8};
         case Layout::General:
             return {(2 * w + 1) * 8, 16, 8, count * 8, 8, (count + 1) * 8};
+        case Layout::ColumnMajor:
+            return {8, h * 8, 8, count * 8, 8, count * 8};
     }
     return {};
 }
@@ -98,7 +111,8 @@ void checkAgainstLapack(const AVariantUnderTest& v, std::mt19937_64& rng, int h,
 
     for (int c = 0; c < count; ++c) {
         // QRSolve with the element strides of this layout.
-        const int bs = layout == Layout::General ? 24 : 8, xs = layout == Layout::General ? 16 : 8;
+        const bool strided = layout == Layout::General || layout == Layout::ColumnMajor;
+        const int bs = strided ? 24 : 8, xs = strided ? 16 : 8;
         std::vector<double> bc(static_cast<std::size_t>(h) * bs / 8),
             xc(static_cast<std::size_t>(w) * xs / 8, 0.0);
         for (int i = 0; i < h; ++i) bc[static_cast<std::size_t>(i) * bs / 8] = b[c * h + i];
@@ -122,10 +136,11 @@ TEST_P(QRAccuracyTest, MatchesLapackOnBandpassShapes) {
                                           {5, 5},  {6, 6},  {6, 5},  {7, 3},   {10, 4}, {15, 5},
                                           {21, 6}, {36, 8}, {45, 9}, {105, 14}};
     for (auto [h, w] : shapes)
-        for (Layout l : {Layout::Dense, Layout::Padded, Layout::General})
+        for (Layout l : {Layout::Dense, Layout::Padded, Layout::General, Layout::ColumnMajor})
             for (int count : {1, 3, 11}) checkAgainstLapack(GetParam(), rng, h, w, count, l);
     checkAgainstLapack(GetParam(), rng, 190, 19, 21, Layout::Dense);
     checkAgainstLapack(GetParam(), rng, 190, 19, 6, Layout::General);
+    checkAgainstLapack(GetParam(), rng, 190, 19, 5, Layout::ColumnMajor);
     checkAgainstLapack(GetParam(), rng, 2016, 63, 9, Layout::Dense);
     checkAgainstLapack(GetParam(), rng, 2016, 63, 2, Layout::General);
     // Taller than the vector variants' group scratch holds, and tall enough for the smaller groups only.
