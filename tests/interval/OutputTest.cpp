@@ -133,14 +133,18 @@ TEST(IntervalOutput, StatisticsOnlyWiden) {
 
 TEST(IntervalOutput, NaNTakesTheMinimumAndNeverTheMaximum) {
     const float nan = std::numeric_limits<float>::quiet_NaN();
-    auto run = [&](std::vector<float> re, std::vector<float> im) {
+    // Record i holds re[i] and im[i], element after element; every element is flagged, which does not
+    // matter. The statistics start at min 10, max -10.
+    using Parts = std::vector<std::vector<float>>;
+    auto run = [&](const Parts& re, const Parts& im) {
         std::vector<Record> recs;
+        const int nElem = static_cast<int>(re[0].size());
         for (std::size_t i = 0; i < re.size(); ++i) {
-            Record r = MakeRecord(static_cast<int>(i), static_cast<double>(i), 1);
-            r.data[0] = AUVXComplex{re[i], im[i], -1.0f};  // flagged elements count as well
+            Record r = MakeRecord(static_cast<int>(i), static_cast<double>(i), nElem);
+            for (int e = 0; e < nElem; ++e) r.data[e] = AUVXComplex{re[i][e], im[i][e], -1.0f};
             recs.push_back(r);
         }
-        Files f(BuildFile(MakeHeader(1, 1, 1), recs));
+        Files f(BuildFile(MakeHeader(1, nElem, 1), recs));
         RecordingHost host;
         host.mode = RecordingHost::Mode::PassThrough;
         host.onInit = [](RecordingHost& self) {
@@ -150,16 +154,48 @@ TEST(IntervalOutput, NaNTakesTheMinimumAndNeverTheMaximum) {
         EXPECT_TRUE(host.IntervalsExec(&f.in, &f.out, 0, 1, nullptr));
         return host.m_header;
     };
-    AUVXHeader a = run({5, nan, 3}, {-1, nan, 7});
+    AUVXHeader a = run({{5}, {nan}, {3}}, {{-1}, {nan}, {7}});
     EXPECT_EQ(+a.reMin, 3);  // the NaN took the minimum and 3 took it back
     EXPECT_EQ(+a.reMax, 5);
     EXPECT_EQ(+a.imMin, 7);  // 7 replaced the NaN, although -1 came before it
     EXPECT_EQ(+a.imMax, 7);
-    AUVXHeader b = run({5, 3, nan}, {nan, -2, -3});
+    AUVXHeader b = run({{5}, {3}, {nan}}, {{nan}, {-2}, {-3}});
     EXPECT_TRUE(std::isnan(b.reMin));
     EXPECT_EQ(+b.reMax, 5);
     EXPECT_EQ(+b.imMin, -3);
     EXPECT_EQ(+b.imMax, -2);
+
+    // The same order holds inside a record of many elements.
+    const std::vector<float> ones(9, 1.0f), halves(9, 0.5f);
+    const std::vector<float> re0 = {5, 6, 7, 8, 9, 4, nan, 4.5f, 6};
+    const std::vector<float> re1 = {1, 2, 3, 4, 5, 6, 7, nan, 100};
+    const std::vector<float> im1 = {0, nan, 0, 0, 0, 0, 0, 0, 0};
+    const std::vector<float> re2 = {100, 100, 100, 100, 100, 100, 100, 100, nan};
+    AUVXHeader c = run({re0}, {ones});
+    EXPECT_EQ(+c.reMin, 4.5);  // 4 was taken back by the NaN, 4.5 took the NaN's place
+    EXPECT_EQ(+c.reMax, 9);
+    EXPECT_EQ(+c.imMin, 1);
+    AUVXHeader d = run({re0, re1}, {ones, im1});
+    EXPECT_EQ(+d.reMin, 100);
+    EXPECT_EQ(+d.reMax, 100);
+    EXPECT_EQ(+d.imMin, 0);
+    EXPECT_EQ(+d.imMax, 1);
+    // A record inside the bounds so far still counts when it holds a NaN.
+    AUVXHeader e = run({re0, re1, re2}, {ones, im1, halves});
+    EXPECT_TRUE(std::isnan(e.reMin));
+    EXPECT_EQ(+e.reMax, 100);
+    EXPECT_EQ(+e.imMin, 0);
+    EXPECT_EQ(+e.imMax, 1);
+    // The same when the NaN lies in the middle of the record and the values around it are inside.
+    const std::vector<float> re3 = {0, 100, 50, 50, 50, 50, 50, 50, 50};
+    const std::vector<float> im3 = {0, 2, 1, 1, 1, 1, 1, 1, 1};
+    const std::vector<float> re4 = {50, 50, 50, 50, 50, nan, 50, 50, 60};
+    const std::vector<float> im4 = {1, 1, nan, 1, 1, 1, 1, 1, 1};
+    AUVXHeader g = run({re3, re4}, {im3, im4});
+    EXPECT_EQ(+g.reMin, 50);
+    EXPECT_EQ(+g.reMax, 100);
+    EXPECT_EQ(+g.imMin, 1);
+    EXPECT_EQ(+g.imMax, 2);
 }
 
 TEST(IntervalOutput, AveragingHostWritesOneRecordPerBaselineAndInterval) {
