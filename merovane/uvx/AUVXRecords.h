@@ -40,7 +40,10 @@ extern template class MEROVANE_API AArray<AUVXComplex>;
 
 // The cube of one record. Element (iIF, iChan, iStokes) is data[(iIF * nChan + iChan) * nStokes + iStokes].
 // nIF may be 0 (a file without IF axis); the cube then has max(1, nIF) bands all the same.
-class MEROVANE_API AUVXVisibility : public AArray<AUVXComplex> {
+//
+// Final: visibilities are deleted through their own type by the owning arrays of the interval
+// driver, and AArray has no virtual destructor, so nothing may derive from this class.
+class MEROVANE_API AUVXVisibility final : public AArray<AUVXComplex> {
 public:
     // The shape of a record of `file`; the elements are not cleared.
     explicit AUVXVisibility(AUVXFile& file);
