@@ -166,7 +166,7 @@ bool AUVXTimeWorks::IntervalsExec(AUVXFile* in, AUVXFile* out, double start, dou
         return false;
     }
 
-    // 1. The header and the state of the run.
+    // The header and the state of the run, which lives here and not in the object.
     AUVXHeader inHeader(*in);
     m_header = inHeader;
 
@@ -184,25 +184,25 @@ bool AUVXTimeWorks::IntervalsExec(AUVXFile* in, AUVXFile* out, double start, dou
     AUVXSkanList skanList;
     AReadBuffer readBuffer;
 
-    // 2. The host's preparation, before anything of this run is stored in the object.
+    // The host's preparation, before anything of this run is stored in the object.
     if (!IntervalsExec_Init()) return false;
 
-    // 3. The scan list; a file without one runs with the empty list.
+    // The scan list; a file without one runs with the empty list.
     if (m_useSkanList && step > 0) GetSkanList(*in, skanList);
 
-    // 4. The input stream from its first record.
+    // The input stream from its first record.
     in->SeekUVGroup(0);
     if (!readBuffer.Create(kBlockBytes, in->file)) {
         m_errMsg = "Can`t create read buffer.";
         return false;
     }
 
-    // 5.
+    // From here on the hooks see the files of this run.
     m_abortFlag = abort;
     m_inFile = in;
     m_outFile = out;
 
-    // 6. The output: its header now, the records behind it through the write block.
+    // The output: its header now, the records behind it through the write block.
     if (out != nullptr) {
         if (!out->Write(m_header)) {
             m_errMsg = "Error write UVX-header";
@@ -226,7 +226,7 @@ bool AUVXTimeWorks::IntervalsExec(AUVXFile* in, AUVXFile* out, double start, dou
         return true;
     };
 
-    // 7. The records.
+    // The records.
     const int nGroups = in->nGroups;
     for (int index = 0; index < nGroups; ++index) {
         if (abort != nullptr && *abort != 0) {
@@ -293,13 +293,12 @@ bool AUVXTimeWorks::IntervalsExec(AUVXFile* in, AUVXFile* out, double start, dou
         record.release();
     }
 
-    // 8. The last interval.
+    // The last interval.
     if (!closeInterval()) return false;
 
-    // 9.
     if (!IntervalsExec_Finalize()) return false;
 
-    // 10. The end of the output: waiting records, the header with its final statistics, the tables.
+    // The end of the output: waiting records, the header with its final statistics, the tables.
     if (m_outFile != nullptr) {
         if (m_writeBuffer.Flush() < 0) {
             m_errMsg = "Error flush UV data";
