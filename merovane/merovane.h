@@ -24,3 +24,18 @@
 #include <merovane/uvx/AUVXSources.h>
 #include <merovane/uvx/AUVXTable.h>
 #include <merovane/uvx/UVXText.h>
+
+#include <merovane/interval/AMeanCalc.h>
+#include <merovane/interval/AUVXTimeWorks.h>
+
+#include <merovane/antab/AAntabData.h>
+#include <merovane/antab/AAntabTlsc.h>
+
+#include <merovane/digitisation/AAIShortTbl.h>
+#include <merovane/digitisation/ACube.h>
+#include <merovane/digitisation/ADigErrCorrect.h>
+#include <merovane/digitisation/AVanFlakeCorrect.h>
+
+#include <merovane/numeric/AAprox.h>
+#include <merovane/numeric/ADPolyApr.h>
+#include <merovane/numeric/QRKernels.h>
