@@ -133,7 +133,7 @@ inline std::string Num(double v) {
 }
 
 // A host that logs every hook call with its arguments. Records are named by their sourceId.
-class RecordingHost : public AUVXTimeWorks {
+class RecordingHost final : public AUVXTimeWorks {
 public:
     using AUVXTimeWorks::DropTimeData;
     using AUVXTimeWorks::GetIndexFromSL;
@@ -230,7 +230,9 @@ struct Files {
 
     explicit Files(const std::vector<unsigned char>& bytes, bool withOut = true) : inStream(bytes) {
         EXPECT_TRUE(in.Open(&inStream)) << in.m_errMsg.GetString();
-        if (withOut) EXPECT_TRUE(out.Create(&outStream)) << out.m_errMsg.GetString();
+        if (withOut) {
+            EXPECT_TRUE(out.Create(&outStream)) << out.m_errMsg.GetString();
+        }
     }
     // Opens what the run wrote.
     bool OpenOutput(AMemFile& copy, AUVXFile& result) {
