@@ -73,7 +73,7 @@ TEST(Programs, SimulateThenInspect) {
     AUVXFile file;
     ASSERT_TRUE(file.Open((base + ".uvx").c_str())) << file.m_errMsg.GetString();
     EXPECT_EQ(file.nGroups, 288);
-    EXPECT_EQ(AUVXHeader(file).nStokes, 2);
+    EXPECT_EQ(+AUVXHeader(file).nStokes, 2);
     file.Close();
     ASimTruth truth;
     CString error;

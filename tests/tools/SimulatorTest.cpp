@@ -65,16 +65,16 @@ TEST(Simulator, NoiselessRecordsHoldTheModel) {
     Simulated(c, "noiseless", run);
     if (HasFatalFailure()) return;
     const AUVXHeader h(*run.file);
-    EXPECT_EQ(h.nIF, 2);
-    EXPECT_EQ(h.nChan, 8);
-    ASSERT_EQ(h.nStokes, 4);
-    for (int p = 0; p < 4; ++p) EXPECT_EQ(h.stokes[p], -1 - p);
+    EXPECT_EQ(+h.nIF, 2);
+    EXPECT_EQ(+h.nChan, 8);
+    ASSERT_EQ(+h.nStokes, 4);
+    for (int p = 0; p < 4; ++p) EXPECT_EQ(+h.stokes[p], -1 - p);
     // Day 100 of 2024 is 9 April 2024, MJD 60409.
-    EXPECT_EQ(h.refJD, 2460409.5);
+    EXPECT_EQ(+h.refJD, 2460409.5);
     EXPECT_STREQ(AUVXHeader::Text(h.dateObs, 12).GetString(), "2024-04-09");
-    EXPECT_EQ(h.chanWidth, 2e6);
-    EXPECT_EQ(h.refFreq, 4.99e9);
-    EXPECT_EQ(h.intTime, 10.0f);
+    EXPECT_EQ(+h.chanWidth, 2e6);
+    EXPECT_EQ(+h.refFreq, 4.99e9);
+    EXPECT_EQ(+h.intTime, 10.0f);
 
     // Scans start every 150 s within 600 s: four of twelve integrations, six baselines each.
     ASSERT_EQ(run.file->nGroups, 4 * 12 * 6);
@@ -86,11 +86,11 @@ TEST(Simulator, NoiselessRecordsHoldTheModel) {
         const ARecord& rec = run.records[r];
         const int scan = r / 72, integ = r / 6 % 12, pair = r % 6;
         const AUVXGroup& g = rec.group;
-        ASSERT_EQ(g.time, 72000.0 + scan * 150.0 + (integ + 0.5) * 10.0) << "record " << r;
-        ASSERT_EQ(g.ant1, pairs[pair][0]);
-        ASSERT_EQ(g.ant2, pairs[pair][1]);
-        ASSERT_EQ(g.sourceId, 1 + scan % 2);
-        ASSERT_EQ(g.freqId, 1);
+        ASSERT_EQ(+g.time, 72000.0 + scan * 150.0 + (integ + 0.5) * 10.0) << "record " << r;
+        ASSERT_EQ(+g.ant1, pairs[pair][0]);
+        ASSERT_EQ(+g.ant2, pairs[pair][1]);
+        ASSERT_EQ(+g.sourceId, 1 + scan % 2);
+        ASSERT_EQ(+g.freqId, 1);
         for (int f = 0; f < 2; ++f)
             for (int ch = 0; ch < 8; ++ch)
                 for (int p = 0; p < 4; ++p) {
@@ -104,8 +104,8 @@ TEST(Simulator, NoiselessRecordsHoldTheModel) {
                     reMax = std::max(reMax, static_cast<double>(e.re));
                 }
         if (g.ant1 == g.ant2) {
-            EXPECT_EQ(g.u, 0.0f);
-            EXPECT_EQ(g.w, 0.0f);
+            EXPECT_EQ(+g.u, 0.0f);
+            EXPECT_EQ(+g.w, 0.0f);
             // A parallel hand's autocorrelation is real, and its mean over the channels is the
             // digitiser level m, since the bandpass carries a mean |B|^2 of 1.
             for (int f = 0; f < 2; ++f)
@@ -132,8 +132,8 @@ TEST(Simulator, NoiselessRecordsHoldTheModel) {
         }
     }
     // The header's statistics span the values written.
-    EXPECT_EQ(h.reMin, reMin);
-    EXPECT_EQ(h.reMax, reMax);
+    EXPECT_EQ(+h.reMin, reMin);
+    EXPECT_EQ(+h.reMax, reMax);
 }
 
 TEST(Simulator, TablesDescribeTheObservation) {
@@ -205,8 +205,8 @@ TEST(Simulator, TablesDescribeTheObservation) {
         EXPECT_EQ(ai->GetDouble(r, ai->ColumnIndex("FREQID")), 1);
         const double centre = ai->GetDouble(r, cTime) * 86400.0, half = ai->GetDouble(r, cInt) * 43200.0;
         for (const ARecord& rec : run.records) {
-            EXPECT_GT(rec.group.time, centre - half);
-            EXPECT_LT(rec.group.time, centre + half);
+            EXPECT_GT(+rec.group.time, centre - half);
+            EXPECT_LT(+rec.group.time, centre + half);
         }
     }
     const double f1 = run.truth.QuantFactor(2), f3 = run.truth.QuantFactor(3);
@@ -396,7 +396,7 @@ TEST(Simulator, StationsBelowTheHorizonRecordNothing) {
             }
         }
         if (g.sourceId == 1) {
-            EXPECT_NE(g.ant2, 2);
+            EXPECT_NE(+g.ant2, 2);
         }
         withHH += g.ant2 == 2;
         efOnly += g.ant1 == 1 && g.ant2 == 1;
