@@ -20,8 +20,9 @@ public:
 // Collects writes in a block from the C heap and hands the stream one large write per full block.
 //
 // Copies share the block (the pointer is copied as a value). The block is released by Close or by
-// the next Create, never by the destructor, because a copy may still be using it; an owner that
-// ends its use calls Close (the interval driver does so when it goes away).
+// the next Create, never by the destructor, because a copy may still be using it: the owner of the
+// buffer decides when the block goes (the interval driver shares it among its copies and frees it
+// with the last of them).
 class MEROVANE_API AWriteBuffer : public ABaseWriteBuffer {
 public:
     AWriteBuffer() = default;
