@@ -85,6 +85,11 @@ void nextItem(CString& value, char separator) {
     }
 }
 
+// "A-B" of two telescope IDs, as the record messages show a baseline.
+CString baselineText(int idA, int idB) {
+    return toStr(idA, "%d") + "-" + toStr(idB, "%d");
+}
+
 enum Keyword { kBif, kEif, kGain, kDpfu, kFreq, kPoly, kTsys, kTimeOff, kFt, kIndex2, kIndex, kKeywordCount };
 
 // The order of the searches on a keyword line: a keyword in front of a later one is lost with the
@@ -472,80 +477,111 @@ bool AAntabData::Calibrate(AUVXGroup& group, AUVXVisibility& vis) {
     if (b == nullptr) return fail(CString(kPrefix) + "not found antenna ID " + toStr(idB, "%d"));
 
     const int row = m_fqTbl.GetFreqSelNum(group.freqId);
-    const int polL = m_nPol - 1;
 
+    // The gain depends on the frequency only through the range test: once a telescope has given
+    // its gain for this record, a band within its range gets the same values without the
+    // position being worked out again. A band outside the range goes to GetGain for its message.
+    double gainA[2] = {0.0, 0.0}, gainB[2] = {0.0, 0.0};
+    bool haveA = false, haveB = false;
     for (int iIF = 0; iIF < nIF; ++iIF) {
         const double freq = m_fqTbl.GetStartIFFq(iIF, row);
-        double gainA[2], gainB[2];
-        if (!a->GetGain(t, freq, *source, gainA)) return fail(a->m_errMsg);
+        if (!haveA || freq > a->m_freqHigh || freq < a->m_freqLow) {
+            if (!a->GetGain(t, freq, *source, gainA)) return fail(a->m_errMsg);
+            haveA = true;
+        }
         if (b == a) {
             gainB[0] = gainA[0];
             gainB[1] = gainA[1];
-        } else if (!b->GetGain(t, freq, *source, gainB)) {
-            return fail(b->m_errMsg);
+        } else if (!haveB || freq > b->m_freqHigh || freq < b->m_freqLow) {
+            if (!b->GetGain(t, freq, *source, gainB)) return fail(b->m_errMsg);
+            haveB = true;
         }
 
-        for (int iStokes = 0; iStokes < vis.nStokes; ++iStokes) {
-            const int code = iStokes < 8 ? m_header.stokes[iStokes] : 0;
-            int polA, polB;
-            switch (code) {
-                case -1:
-                    polA = polB = 0;
-                    break;
-                case -2:
-                    polA = polB = polL;
-                    break;
-                case -3:
-                    polA = 0;
-                    polB = polL;
-                    break;
-                case -4:
-                    polA = polL;
-                    polB = 0;
-                    break;
-                default:
-                    return fail(CString(kPrefix) + "not interpret stokes " + toStr(code, "%d"));
-            }
-            double tsysA = 0.0, tsysB = 0.0;
-            if (!a->GetTsys(t, m_nIF * polA + iIF, tsysA)) return fail(a->m_errMsg);
-            if (!b->GetTsys(t, m_nIF * polB + iIF, tsysB)) return fail(b->m_errMsg);
+        // The factors of the products of this band, up to the first that fails; products past
+        // the header's eight codes always fail, so at most eight are found.
+        double factors[8];
+        int found = 0;
+        bool failed = false;
+        for (int iStokes = 0; iStokes < vis.nStokes && !failed; ++iStokes) {
+            if (productFactor(a, b, gainA, gainB, t, iIF, iStokes, group, factors[found]))
+                ++found;
+            else
+                failed = true;
+        }
 
-            // A polarisation index outside 0..1 (m_nPol above 2) has no DPFU member: no gain.
-            const double gA = polA >= 0 && polA < 2 ? gainA[polA] : 0.0;
-            const double gB = polB >= 0 && polB < 2 ? gainB[polB] : 0.0;
-            const CString ids = toStr(idA, "%d") + "-" + toStr(idB, "%d");
-            if (gA == 0.0 || std::isnan(gA) || gB == 0.0 || std::isnan(gB))
-                return fail(CString(" S == 0 => sefd invalid ") + ids + ", " + timeToStr(groupTime, -1));
-            const double sefdA = tsysA / gA;
-            const double sefdB = tsysB / gB;
-            if (sefdA > 1e15 || sefdB > 1e15)
-                return fail(CString(" Invalid sefd. ") + ids + ", " + toStr(tsysA, "%.5E") + " " +
-                            toStr(tsysB, "%.5E") + " " + timeToStr(groupTime, -1));
-            const double m = sefdB * sefdA;
-            double factor;
-            if (!(m >= 0.0)) {
-                factor = 0.0;
-            } else {
-                factor = std::sqrt(m);
-                if (factor == 0.0)
-                    factor = 1.0;
-                else if (!std::isfinite(factor))
-                    return fail(CString("Invalid value mul =") + toStr(m, "%.5E") + " " +
-                                toStr(sefdA, "%.5E") + " " + toStr(sefdB, "%.5E") + " " + ids);
-            }
-
-            const double weightDivisor = factor * factor;
-            for (int iChan = 0; iChan < vis.nChan; ++iChan) {
-                AUVXComplex& c = vis.data[(iIF * vis.nChan + iChan) * vis.nStokes + iStokes];
+        // Products before a failure are corrected all the same; the record then goes back false.
+        const int nStokes = vis.nStokes;
+        for (int iChan = 0; iChan < vis.nChan; ++iChan) {
+            AUVXComplex* element = vis.data + static_cast<long long>(iIF * vis.nChan + iChan) * nStokes;
+            for (int iStokes = 0; iStokes < found; ++iStokes) {
+                AUVXComplex& c = element[iStokes];
+                const double factor = factors[iStokes];
                 if (factor == 0.0) {
                     c.wt = -std::fabs(c.wt);
                 } else {
                     c.re = static_cast<float>(static_cast<double>(c.re) * factor);
                     c.im = static_cast<float>(static_cast<double>(c.im) * factor);
-                    c.wt = static_cast<float>(static_cast<double>(c.wt) / weightDivisor);
+                    c.wt = static_cast<float>(static_cast<double>(c.wt) / (factor * factor));
                 }
             }
         }
+        if (failed) return false;
+    }
+    return true;
+}
+
+bool AAntabData::productFactor(AAntabTlsc* a, AAntabTlsc* b, const double* gainA, const double* gainB,
+                               double t, int iIF, int iStokes, const AUVXGroup& group, double& factor) {
+    const int code = iStokes < 8 ? m_header.stokes[iStokes] : 0;
+    const int polL = m_nPol - 1;
+    int polA, polB;
+    switch (code) {
+        case -1:
+            polA = polB = 0;
+            break;
+        case -2:
+            polA = polB = polL;
+            break;
+        case -3:
+            polA = 0;
+            polB = polL;
+            break;
+        case -4:
+            polA = polL;
+            polB = 0;
+            break;
+        default:
+            return fail(CString(kPrefix) + "not interpret stokes " + toStr(code, "%d"));
+    }
+    double tsysA = 0.0, tsysB = 0.0;
+    if (!a->GetTsys(t, m_nIF * polA + iIF, tsysA)) return fail(a->m_errMsg);
+    if (!b->GetTsys(t, m_nIF * polB + iIF, tsysB)) return fail(b->m_errMsg);
+
+    const int idA = static_cast<std::int8_t>(group.ant1);
+    const int idB = static_cast<std::int8_t>(group.ant2);
+    const double groupTime = group.time;
+    // A polarisation index outside 0..1 (m_nPol above 2) has no DPFU member: no gain.
+    const double gA = polA >= 0 && polA < 2 ? gainA[polA] : 0.0;
+    const double gB = polB >= 0 && polB < 2 ? gainB[polB] : 0.0;
+    if (gA == 0.0 || std::isnan(gA) || gB == 0.0 || std::isnan(gB))
+        return fail(CString(" S == 0 => sefd invalid ") + baselineText(idA, idB) + ", " +
+                    timeToStr(groupTime, -1));
+    const double sefdA = tsysA / gA;
+    const double sefdB = tsysB / gB;
+    if (sefdA > 1e15 || sefdB > 1e15)
+        return fail(CString(" Invalid sefd. ") + baselineText(idA, idB) + ", " + toStr(tsysA, "%.5E") + " " +
+                    toStr(tsysB, "%.5E") + " " + timeToStr(groupTime, -1));
+    const double m = sefdB * sefdA;
+    if (!(m >= 0.0)) {
+        factor = 0.0;  // negative or not a number: the elements are flagged
+        return true;
+    }
+    factor = std::sqrt(m);
+    if (factor == 0.0) {
+        factor = 1.0;
+    } else if (!std::isfinite(factor)) {
+        return fail(CString("Invalid value mul =") + toStr(m, "%.5E") + " " + toStr(sefdA, "%.5E") + " " +
+                    toStr(sefdB, "%.5E") + " " + baselineText(idA, idB));
     }
     return true;
 }

@@ -89,4 +89,8 @@ private:
     bool parseKeywords(CString& rest);
     bool parseRow(CString& line);
     void copyFrom(const AAntabData& other);
+    // The factor of product iStokes in band iIF of a record on telescopes a and b with their gains;
+    // false with m_errMsg at a refused product, a missing Tsys or an invalid SEFD.
+    bool productFactor(AAntabTlsc* a, AAntabTlsc* b, const double* gainA, const double* gainB, double t,
+                       int iIF, int iStokes, const AUVXGroup& group, double& factor);
 };

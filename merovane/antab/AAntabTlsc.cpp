@@ -203,12 +203,32 @@ bool AAntabTlsc::scanTsys(double time, int position, double& tsys) {
     return true;
 }
 
+void AAntabTlsc::ResetTsysIndex() {
+    m_tsysIndex.clear();
+    m_rowTimes.clear();
+    m_rowsAscending = false;
+    m_rowsIndexed = false;
+    m_haveLast = false;
+}
+
 const AAntabTlsc::ColumnIndex& AAntabTlsc::columnIndex(int position) {
     if (m_indexData != m_tsys.data || m_indexRows != m_tsys.rows || m_indexCols != m_tsys.cols) {
-        m_tsysIndex.clear();
+        ResetTsysIndex();
         m_indexData = m_tsys.data;
         m_indexRows = m_tsys.rows;
         m_indexCols = m_tsys.cols;
+    }
+    if (!m_rowsIndexed) {
+        m_rowsAscending = true;
+        for (int r = 0; r < m_tsys.rows && m_rowsAscending; ++r) {
+            const double* row = m_tsys.Row(r);
+            const double t = row[1] + row[0];
+            // NaN fails this test too, which keeps such a table off the shared search.
+            if (r > 0 && !(t >= m_rowTimes.back())) m_rowsAscending = false;
+            m_rowTimes.push_back(t);
+        }
+        if (!m_rowsAscending) m_rowTimes.clear();
+        m_rowsIndexed = true;
     }
     if (m_tsysIndex.size() < static_cast<std::size_t>(m_tsys.cols)) m_tsysIndex.resize(m_tsys.cols);
     ColumnIndex& index = m_tsysIndex[static_cast<std::size_t>(position)];
@@ -217,48 +237,96 @@ const AAntabTlsc::ColumnIndex& AAntabTlsc::columnIndex(int position) {
         index.times.clear();
         index.values.clear();
         index.ascending = true;
+        int measured = 0;
         for (int r = 0; r < m_tsys.rows; ++r) {
             const double* row = m_tsys.Row(r);
             if (!(row[col] > 0.0)) continue;
+            ++measured;
             const double t = row[1] + row[0];
-            // NaN fails this test too, which sends such a column to the scan.
             if (!index.times.empty() && !(t >= index.times.back())) index.ascending = false;
             index.times.push_back(t);
             index.values.push_back(row[col]);
+        }
+        index.full = m_rowsAscending && measured > 0 && measured == m_tsys.rows;
+        if (index.full) {
+            index.times.clear();
+            index.times.shrink_to_fit();
+            index.values.clear();
+            index.values.shrink_to_fit();
         }
         index.built = true;
     }
     return index;
 }
 
-bool AAntabTlsc::GetTsys(double time, int position, double& tsys) {
-    if (position < 0 || position > m_tsys.cols - 3) return failTsys(time);
-    if (m_forceScan) return scanTsys(time, position, tsys);
-    const ColumnIndex& index = columnIndex(position);
-    if (!index.ascending) return scanTsys(time, position, tsys);
-    const std::size_t n = index.times.size();
-    if (n == 0) return failTsys(time);
-    // First measured row whose time is at or after `time`: the row at which the scan stops. With
-    // times ascending the test is false up to some row and true from there on.
-    std::size_t lo = 0, hi = n;
+// First row whose time is at or after `time`, over all rows of an ascending table. The positions
+// of one record ask for the same time one after the other, so the last answer is kept.
+std::size_t AAntabTlsc::rowBound(double time) {
+    if (m_haveLast && time == m_lastTime) return m_lastBound;
+    std::size_t lo = 0, hi = m_rowTimes.size();
     while (lo < hi) {
         const std::size_t mid = lo + (hi - lo) / 2;
-        if (index.times[mid] >= time)
+        if (m_rowTimes[mid] >= time)
             hi = mid;
         else
             lo = mid + 1;
     }
-    std::size_t prev, next;
-    if (lo == n) {
+    m_lastTime = time;
+    m_lastBound = lo;
+    m_haveLast = true;
+    return lo;
+}
+
+namespace {
+
+// The bracket of the scan from the first index whose time is at or after the query: the row before
+// and that row, or one row twice at either end.
+void Bracket(std::size_t bound, std::size_t n, std::size_t& prev, std::size_t& next) {
+    if (bound == n) {
         prev = next = n - 1;
-    } else if (lo == 0) {
+    } else if (bound == 0) {
         prev = next = 0;
     } else {
-        prev = lo - 1;
-        next = lo;
+        prev = bound - 1;
+        next = bound;
     }
-    const double t1 = index.times[prev], y1 = index.values[prev];
-    const double t2 = index.times[next], y2 = index.values[next];
+}
+
+}  // namespace
+
+bool AAntabTlsc::GetTsys(double time, int position, double& tsys) {
+    if (position < 0 || position > m_tsys.cols - 3) return failTsys(time);
+    if (m_forceScan) return scanTsys(time, position, tsys);
+    const ColumnIndex& index = columnIndex(position);
+    double t1, y1, t2, y2;
+    std::size_t prev, next;
+    if (index.full) {
+        const int col = position + 2;
+        Bracket(rowBound(time), m_rowTimes.size(), prev, next);
+        t1 = m_rowTimes[prev];
+        y1 = m_tsys.Row(static_cast<int>(prev))[col];
+        t2 = m_rowTimes[next];
+        y2 = m_tsys.Row(static_cast<int>(next))[col];
+    } else {
+        if (!index.ascending) return scanTsys(time, position, tsys);
+        const std::size_t n = index.times.size();
+        if (n == 0) return failTsys(time);
+        // First measured row whose time is at or after `time`: the row at which the scan stops.
+        // With times ascending the test is false up to some row and true from there on.
+        std::size_t lo = 0, hi = n;
+        while (lo < hi) {
+            const std::size_t mid = lo + (hi - lo) / 2;
+            if (index.times[mid] >= time)
+                hi = mid;
+            else
+                lo = mid + 1;
+        }
+        Bracket(lo, n, prev, next);
+        t1 = index.times[prev];
+        y1 = index.values[prev];
+        t2 = index.times[next];
+        y2 = index.values[next];
+    }
     if (t2 == t1)
         tsys = y1 * m_ft;
     else

@@ -1,6 +1,7 @@
 // AColumnInfo, ATsysTable and AAntabTlsc: one telescope of an ANTAB file, its Tsys rows and gain model.
 #pragma once
 
+#include <cstddef>
 #include <vector>
 
 #include <merovane/foundation/AArray.h>
@@ -84,7 +85,9 @@ public:
     // The answer is that of a forward scan from row 0, which stops at the first measured row at or
     // after `time`. Where the measured rows of a column ascend in time (the normal case) the same
     // rows are found by bisection over an index of the column, built at the first query; elsewhere
-    // the scan runs. Changing m_tsys in place after a query needs ResetTsysIndex (FixDate does it).
+    // the scan runs. A column measured in every row shares one bisection over the rows with the
+    // other such columns, so the positions of one record cost one search. Changing m_tsys in place after a
+    // query needs ResetTsysIndex (FixDate does it).
     bool GetTsys(double time, int position, double& tsys);
 
     // Gain of the first and second polarisation into gain[0], gain[1] (m_dpfu applied) at `time`
@@ -96,8 +99,8 @@ public:
     // not reduced to any range (3), of the source at the station m_x, m_y, m_z.
     bool GetGain(double time, double freq, AUVXSourceItem& source, double* gain);
 
-    // Drops the per-column index of GetTsys; the next query builds it again.
-    void ResetTsysIndex() { m_tsysIndex.clear(); }
+    // Drops the index of GetTsys; the next query builds it again.
+    void ResetTsysIndex();
 
     CString m_name;            // station name, upper case
     int m_polyType = 0;        // 0 none, 1 "ELEV", 2 "ALTAZ", 3 "EQUAT"
@@ -121,19 +124,28 @@ public:
     bool m_forceScan = false;
 
 private:
-    // The measured rows of one Tsys column in file order: their times and values.
+    // The measured rows of one Tsys column in file order: their times and values. A column measured
+    // in every row of a table whose rows ascend keeps no lists: it shares the rows' own times.
     struct ColumnIndex {
         bool built = false;
         bool ascending = false;
+        bool full = false;
         std::vector<double> times;
         std::vector<double> values;
     };
 
     bool scanTsys(double time, int position, double& tsys);
     const ColumnIndex& columnIndex(int position);
+    std::size_t rowBound(double time);
     bool failTsys(double time);
 
     std::vector<ColumnIndex> m_tsysIndex;
+    std::vector<double> m_rowTimes;  // time of every row, when m_rowsAscending
+    bool m_rowsAscending = false;
+    bool m_rowsIndexed = false;
+    double m_lastTime = 0.0;  // the last time looked up in m_rowTimes, and its bound
+    std::size_t m_lastBound = 0;
+    bool m_haveLast = false;
     const double* m_indexData = nullptr;
     int m_indexRows = 0;
     int m_indexCols = 0;

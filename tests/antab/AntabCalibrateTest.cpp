@@ -388,7 +388,8 @@ TEST(AntabCalibrate, InitMessages) {
     EXPECT_TRUE(c.Init(rr.file));
     EXPECT_EQ(c.m_nPol, 1);
     EXPECT_EQ(c.m_nIF, 1);
-    EXPECT_EQ(c.m_header.refJD, 2459215.5);
+    const double refJD = c.m_header.refJD;  // a packed field: read it by value
+    EXPECT_EQ(refJD, 2459215.5);
 }
 
 TEST(AntabCalibrate, CheckValidMessages) {

@@ -205,17 +205,21 @@ TEST(AntabTlsc, IndexMatchesScanOnRandomQueries) {
     std::mt19937_64 rng(20261123);
     std::uniform_real_distribution<double> unit(0.0, 1.0);
     const int positions = 4;
-    for (int shape = 0; shape < 4; ++shape) {
+    long long queries = 0;
+    for (int shape = 0; shape < 7; ++shape) {
         AAntabTlsc fast = MakeTlsc(positions);
         fast.m_ft = 1.3;
         double time = 59215.0;
+        // Times: shapes 0, 3, 4 ascend strictly, 1 and 5 have runs of equal times, 2 and 6 a few
+        // rows out of order. Values: sparse columns everywhere; shape 3 has a column without any
+        // measurement; shapes 4 to 6 have columns 0 and 1 measured in every row.
+        const bool equalRuns = shape == 1 || shape == 5;
+        const bool unsorted = shape == 2 || shape == 6;
         for (int r = 0; r < 400; ++r) {
             double* row = fast.m_tsys.AddRow();
-            // Shape 0: strictly ascending; 1: runs of equal times; 2: a few rows out of order;
-            // 3: a column with no measurement at all and sparse others.
-            if (shape == 1 && unit(rng) < 0.3) {
+            if (equalRuns && unit(rng) < 0.3) {
                 // same time as the last row
-            } else if (shape == 2 && unit(rng) < 0.05) {
+            } else if (unsorted && unit(rng) < 0.05) {
                 time -= 0.01;
             } else {
                 time += 0.001 + 0.01 * unit(rng);
@@ -228,6 +232,7 @@ TEST(AntabTlsc, IndexMatchesScanOnRandomQueries) {
                 if (u < 0.2) value = 0.0;
                 if (u < 0.05) value = -1.0;
                 if (shape == 3 && (p == 2 || u < 0.9)) value = 0.0;
+                if (shape >= 4 && p < 2) value = 50 + 100 * u;
                 row[p + 2] = value;
             }
         }
@@ -235,21 +240,27 @@ TEST(AntabTlsc, IndexMatchesScanOnRandomQueries) {
         scan.m_forceScan = true;
         const double lo = fast.m_tsys.Row(0)[0] - 0.5;
         const double hi = time + 0.5;
-        for (int q = 0; q < 25000; ++q) {
+        // Every position at one time, as a record asks, and now and then one position alone.
+        for (int q = 0; q < 3600; ++q) {
             double t = lo + (hi - lo) * unit(rng);
-            const int p = static_cast<int>(unit(rng) * positions);
-            if (q % 97 == 0) {  // exactly on a row's time
+            if (q % 37 == 0) {  // exactly on a row's time
                 const double* row = fast.m_tsys.Row(static_cast<int>(unit(rng) * fast.m_tsys.rows));
                 t = row[1] + row[0];
             }
-            double a = -7, b = -7;
-            const bool okA = fast.GetTsys(t, p, a);
-            const bool okB = scan.GetTsys(t, p, b);
-            ASSERT_EQ(okA, okB) << shape << " " << q;
-            ASSERT_EQ(std::memcmp(&a, &b, sizeof a), 0) << shape << " " << q << " " << a << " " << b;
-            ASSERT_EQ(fast.m_errMsg, scan.m_errMsg);
+            for (int k = 0; k < positions + 1; ++k) {
+                const int p = k < positions ? k : static_cast<int>(unit(rng) * positions);
+                const double tq = k < positions ? t : lo + (hi - lo) * unit(rng);
+                double a = -7, b = -7;
+                const bool okA = fast.GetTsys(tq, p, a);
+                const bool okB = scan.GetTsys(tq, p, b);
+                ++queries;
+                ASSERT_EQ(okA, okB) << shape << " " << q;
+                ASSERT_EQ(std::memcmp(&a, &b, sizeof a), 0) << shape << " " << q << " " << a << " " << b;
+                ASSERT_EQ(fast.m_errMsg, scan.m_errMsg);
+            }
         }
     }
+    EXPECT_GE(queries, 100000);
 }
 
 TEST(AntabTlsc, GainRangeAndConstants) {
