@@ -116,7 +116,7 @@ AAntabData& AAntabData::operator=(const AAntabData& other) {
 void AAntabData::copyFrom(const AAntabData& other) {
     m_tlscs.Free();
     m_tlscs.owner = 1;
-    m_tlscs.growBy = other.m_tlscs.growBy;
+    m_tlscs.growBy = other.m_tlscs.growBy > 0 ? other.m_tlscs.growBy : 256;
     m_current = nullptr;
     for (int i = 0; i < other.m_tlscs.count; ++i) {
         const AAntabTlsc* source = other.m_tlscs[i];
