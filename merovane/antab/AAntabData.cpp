@@ -510,19 +510,21 @@ bool AAntabData::Calibrate(AUVXGroup& group, AUVXVisibility& vis) {
         }
 
         // Products before a failure are corrected all the same; the record then goes back false.
-        const int nStokes = vis.nStokes;
-        for (int iChan = 0; iChan < vis.nChan; ++iChan) {
-            AUVXComplex* element = vis.data + static_cast<long long>(iIF * vis.nChan + iChan) * nStokes;
-            for (int iStokes = 0; iStokes < found; ++iStokes) {
-                AUVXComplex& c = element[iStokes];
-                const double factor = factors[iStokes];
-                if (factor == 0.0) {
-                    c.wt = -std::fabs(c.wt);
-                } else {
-                    c.re = static_cast<float>(static_cast<double>(c.re) * factor);
-                    c.im = static_cast<float>(static_cast<double>(c.im) * factor);
-                    c.wt = static_cast<float>(static_cast<double>(c.wt) / (factor * factor));
-                }
+        const long long stride = vis.nStokes;
+        for (int iStokes = 0; iStokes < found; ++iStokes) {
+            AUVXComplex* p = vis.data + static_cast<long long>(iIF) * vis.nChan * stride + iStokes;
+            const double factor = factors[iStokes];
+            if (factor == 0.0) {
+                for (int iChan = 0; iChan < vis.nChan; ++iChan)
+                    p[iChan * stride].wt = -std::fabs(p[iChan * stride].wt);
+                continue;
+            }
+            const double square = factor * factor;
+            for (int iChan = 0; iChan < vis.nChan; ++iChan) {
+                AUVXComplex& c = p[iChan * stride];
+                c.re = static_cast<float>(static_cast<double>(c.re) * factor);
+                c.im = static_cast<float>(static_cast<double>(c.im) * factor);
+                c.wt = static_cast<float>(static_cast<double>(c.wt) / square);
             }
         }
         if (failed) return false;
