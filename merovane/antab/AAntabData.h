@@ -37,6 +37,9 @@ extern template class MEROVANE_API APtrArray<AAntabTlsc*>;
 //  - A visibility whose shape needs more elements than it holds is refused by Calibrate with
 //    "Error> <AAntabData> visibility shape larger than its data", nothing changed. A product beyond
 //    the header's eight Stokes codes counts as code 0: "Error> <AAntabData> not interpret stokes 0".
+//  - A header that lists RR or LL twice gives m_nPol above 2; the L polarisation index then has no
+//    DPFU member, and its products fail with the S message below. A Tsys position outside a
+//    telescope's table (a record with more IF bands than the file) is a column without measurement.
 //  - Copying (construction or assignment) gives the copy its own telescopes, deep copies in the same
 //    order, with m_current pointing at the copy's own counterpart; assignment releases what the
 //    target held. Both objects then share only m_uvx, which neither owns.
@@ -54,8 +57,11 @@ public:
     bool Init(AUVXFile& uvx);
 
     // Reads an ANTAB text to its end and returns CheckValid's result; false at the first error, with
-    // the message in m_errMsg and what was read so far kept. Lines of more than 1023 characters
-    // stop the load ("Error> <AAntabData> error read file."). Call once, after Init.
+    // the message in m_errMsg and what was read so far kept. Lines of more than 1023 characters (a
+    // CR before the LF counts as one) stop the load ("Error> <AAntabData> error read file.").
+    // Keywords are found by plain substring search in a fixed order (BIF=, EIF=, GAIN, DPFU, FREQ,
+    // POLY, TSYS, TIMEOFF, FT, INDEX2, INDEX); a keyword standing in front of an earlier-searched one
+    // on the same line is lost. Call once, after Init.
     bool Load(std::basic_istream<char>& in);
 
     // Binds the telescopes to the AN table (ID, position, row dates) and checks that every antenna
@@ -64,8 +70,17 @@ public:
     bool CheckValid();
 
     // Calibrates `vis`, a record of the file with group `group`, in place; `group` is not changed.
-    // False at the first failure, with IF bands and products already treated left corrected:
-    // the host must not use such a record.
+    // Per IF band and product: factor = sqrt(SEFD A x SEFD B), values times factor, weights divided
+    // by its square, each component in double and rounded to float once. A negative (or NaN)
+    // SEFD product flags the elements (weight made negative, values kept); a product of 0 leaves
+    // them unchanged. False at the first failure, with IF bands and products already treated left
+    // corrected: the host must not use such a record. Messages (A, B the antenna IDs, W the group
+    // time by timeToStr):
+    //   "Error> <AAntabData> not found source ID <id>", "... not found antenna ID <id>",
+    //   "Error> <AAntabData> not interpret stokes <code>", a telescope's GetGain/GetTsys message,
+    //   " S == 0 => sefd invalid A-B, W" (gain 0 or NaN),
+    //   " Invalid sefd. A-B, <Tsys A> <Tsys B> W" (an SEFD above 1e15, values by "%.5E"),
+    //   "Invalid value mul =<M> <SEFD A> <SEFD B> A-B" (an infinite factor).
     bool Calibrate(AUVXGroup& group, AUVXVisibility& vis);
 
     // The message of the last failure; not cleared by a success.
