@@ -86,8 +86,9 @@ public:
     // after `time`. Where the measured rows of a column ascend in time (the normal case) the same
     // rows are found by bisection over an index of the column, built at the first query; elsewhere
     // the scan runs. A column measured in every row shares one bisection over the rows with the
-    // other such columns, so the positions of one record cost one search. Changing m_tsys in place after a
-    // query needs ResetTsysIndex (FixDate does it).
+    // other such columns, so the positions of one record cost one search. Rows appended after a
+    // query are seen; values changed in place, or a table refilled after SetCols, need
+    // ResetTsysIndex (FixDate calls it).
     bool GetTsys(double time, int position, double& tsys);
 
     // Gain of the first and second polarisation into gain[0], gain[1] (m_dpfu applied) at `time`
