@@ -3,6 +3,11 @@
 
 // Each variant lives in a source file of its own, compiled with its own instruction-set flags; its
 // helpers have internal linkage, so no copy built for one instruction set can reach another variant.
+// The kernel bodies are written once, in include files that only the variant files include:
+// QRVariantBase.inc (element access, the square 3 to 6 solves), QRVariantSerial.inc (the scalar and
+// SSE2 body), QRVariantPacked.inc (the SSE4.1 and AVX body, over the variant's register type) and
+// QRVariantEntries.inc (the entry points, named with the variant's suffix). Everything in them sits in
+// an anonymous namespace, so each variant file compiles its own copy.
 // The *Loops entries are the same solves without the straight-line bodies of square sizes 3 to 6,
 // kept so the two can be compared.
 
