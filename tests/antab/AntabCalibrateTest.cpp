@@ -2,6 +2,7 @@
 #include <cmath>
 #include <cstring>
 #include <string>
+#include <vector>
 
 #include <gtest/gtest.h>
 
@@ -15,38 +16,15 @@ namespace {
 // SEFDs at 01:00 of day 1: AA R IF1 50/0.5 = 100, AA R IF2 100/0.5 = 200, AA L 40/0.2 = 200,
 // BB R 60/0.3 = 200, BB L 90/0.3 = 300.
 const char kTwoStations[] =
-    "GAIN AA ELEV DPFU=0.5,0.2 /\n"
-    "TSYS AA INDEX='R1','R2','L1:2' /\n"
-    "1 00:00 50 100 40\n"
-    "1 23:59 50 100 40\n"
-    "/\n"
-    "GAIN BB ELEV DPFU=0.3,0.3 /\n"
-    "TSYS BB INDEX='R1:2','L1:2' /\n"
-    "1 00:00 60 90\n"
-    "1 12:00 60 90\n"
-    "/\n";
+    "GAIN AA ELEV DPFU=0.5,0.2 /\nTSYS AA INDEX='R1','R2','L1:2' /\n1 00:00 50 100 40\n1 23:59 50 100 40\n/\n"
+    "GAIN BB ELEV DPFU=0.3,0.3 /\nTSYS BB INDEX='R1:2','L1:2' /\n1 00:00 60 90\n1 12:00 60 90\n/\n";
 
-void AddStations(AntabTestUvx& uvx) {
-    uvx.stations = {{"AA", 1, 4075539.8, 931735.3, 4801629.4}, {"BB", 2, 3828750.7, 442589.2, 5064921.6}};
+// A GAIN and TSYS block with one row at 0h of day 1: one value for R and one for L, both IFs.
+std::string Block(const std::string& station, const std::string& gain, const std::string& tsys,
+                  const std::string& values) {
+    return "GAIN " + station + " ELEV " + gain + " /\nTSYS " + station + " " + tsys +
+           " INDEX='R1:2','L1:2' /\n1 0:00 " + values + "\n";
 }
-
-struct Loaded {
-    explicit Loaded(const std::string& antab, std::initializer_list<int> stokes = {-1, -2, -3, -4},
-                    int nIF = 2) {
-        AddStations(uvx);
-        uvx.header.nStokes = static_cast<std::int16_t>(stokes.size());
-        int i = 0;
-        for (int s : stokes) uvx.header.stokes[i++] = static_cast<std::int16_t>(s);
-        uvx.header.nIF = nIF;
-        uvx.Open();
-        initOk = data.Init(uvx.file);
-        loadOk = LoadText(data, antab);
-    }
-    AntabTestUvx uvx;
-    AAntabData data;
-    bool initOk = false;
-    bool loadOk = false;
-};
 
 AUVXGroup Group(int ant1, int ant2, double time = 3600.0, int source = 1) {
     AUVXGroup g{};
@@ -58,6 +36,20 @@ AUVXGroup Group(int ant1, int ant2, double time = 3600.0, int source = 1) {
     return g;
 }
 
+// Stations AA (ID 1) and BB (ID 2) loaded from `antab`.
+struct Loaded : Bound {
+    explicit Loaded(const std::string& antab, const std::vector<int>& stokes = {-1, -2, -3, -4}, int nIF = 2)
+        : Bound("AA BB", stokes, nIF) {
+        loadOk = Load(antab);
+    }
+    // Calibrates `vis` as a record of baseline ant1-ant2 at `time` seconds from 0h of 1 January.
+    bool Cal(int ant1, int ant2, AUVXVisibility& vis, double time = 3600.0, int source = 1) {
+        AUVXGroup g = Group(ant1, ant2, time, source);
+        return data.Calibrate(g, vis);
+    }
+    bool loadOk = false;
+};
+
 void Fill(AUVXVisibility& vis, float re, float im, float wt) {
     for (int i = 0; i < vis.count; ++i) vis.data[i] = AUVXComplex{re, im, wt};
 }
@@ -66,8 +58,7 @@ void Fill(AUVXVisibility& vis, float re, float im, float wt) {
 
 TEST(AntabCalibrate, WorkedFactorAndProducts) {
     Loaded s(kTwoStations);
-    ASSERT_TRUE(s.initOk) << s.data.GetErrMsg().GetString();
-    ASSERT_TRUE(s.loadOk) << s.data.GetErrMsg().GetString();
+    ASSERT_TRUE(s.loadOk) << s.Msg();
     EXPECT_EQ(s.data.m_nPol, 2);
     EXPECT_EQ(s.data.m_nIF, 2);
 
@@ -75,7 +66,7 @@ TEST(AntabCalibrate, WorkedFactorAndProducts) {
     const AUVXGroup before = g;
     AUVXVisibility vis(2, 3, 4);
     Fill(vis, 2.0f, 1.0f, 4.0f);
-    ASSERT_TRUE(s.data.Calibrate(g, vis)) << s.data.GetErrMsg().GetString();
+    ASSERT_TRUE(s.data.Calibrate(g, vis)) << s.Msg();
     EXPECT_EQ(std::memcmp(&g, &before, sizeof g), 0);
 
     // RR of IF 1: SEFD 100 and 200, factor 141.42..., 2 + 1i to 282.84... + 141.42...i, weight 4 to 0.0002.
@@ -97,38 +88,30 @@ TEST(AntabCalibrate, WorkedFactorAndProducts) {
             }
 
     // The same baseline the other way round swaps the roles in RL and LR.
-    AUVXGroup back = Group(2, 1);
     AUVXVisibility vis2(2, 1, 4);
     Fill(vis2, 1.0f, 0.0f, 1.0f);
-    ASSERT_TRUE(s.data.Calibrate(back, vis2));
+    ASSERT_TRUE(s.Cal(2, 1, vis2));
     EXPECT_NEAR(vis2.At(0, 0, 2).re, 200.0, 1e-4);                   // B-R x A-L
     EXPECT_NEAR(vis2.At(0, 0, 3).re, std::sqrt(300.0 * 100), 1e-3);  // B-L x A-R
+
+    // The autocorrelation of AA: SEFD A exactly.
+    Fill(vis2, 1.0f, -3.0f, 1.0f);
+    ASSERT_TRUE(s.Cal(1, 1, vis2));
+    EXPECT_EQ(vis2.At(0, 0, 0).re, 100.0f);
+    EXPECT_EQ(vis2.At(0, 0, 0).im, -300.0f);
+    EXPECT_EQ(vis2.At(0, 0, 0).wt, 1e-4f);
+    EXPECT_EQ(vis2.At(1, 0, 1).re, 200.0f);
 }
 
-TEST(AntabCalibrate, AutocorrelationAndRounding) {
-    Loaded s(kTwoStations);
-    ASSERT_TRUE(s.loadOk);
-    AUVXGroup g = Group(1, 1);
-    AUVXVisibility vis(2, 1, 4);
-    Fill(vis, 1.0f, -3.0f, 1.0f);
-    ASSERT_TRUE(s.data.Calibrate(g, vis));
-    EXPECT_EQ(vis.At(0, 0, 0).re, 100.0f);  // SEFD A exactly
-    EXPECT_EQ(vis.At(0, 0, 0).im, -300.0f);
-    EXPECT_EQ(vis.At(0, 0, 0).wt, 1e-4f);
-    EXPECT_EQ(vis.At(1, 0, 1).re, 200.0f);
-
+TEST(AntabCalibrate, RoundingPolarisationsAndTime) {
     // SEFDs 1 and 2 give the factor sqrt(2), not a float: each component is computed in double
     // and rounded once.
-    Loaded r(
-        "GAIN AA ELEV /\nTSYS AA INDEX='R1:2','L1:2' /\n1 0:00 1 1\n"
-        "GAIN BB ELEV /\nTSYS BB INDEX='R1:2','L1:2' /\n1 0:00 2 2\n",
-        {-1}, 1);
-    ASSERT_TRUE(r.loadOk) << r.data.GetErrMsg().GetString();
+    Loaded r(Block("AA", "", "", "1 1") + Block("BB", "", "", "2 2"), {-1}, 1);
+    ASSERT_TRUE(r.loadOk) << r.Msg();
     const float values[] = {1.1f, 3.3f, 7.7f, 0.1f, 123.456f, 0.7f, 9.9f, 2.5f};
     AUVXVisibility v(1, 8, 1);
     for (int i = 0; i < 8; ++i) v.data[i] = AUVXComplex{values[i], -values[7 - i], values[i]};
-    AUVXGroup gb = Group(1, 2);
-    ASSERT_TRUE(r.data.Calibrate(gb, v));
+    ASSERT_TRUE(r.Cal(1, 2, v));
     const double root2 = std::sqrt(2.0);
     bool floatPathDiffers = false;
     for (int i = 0; i < 8; ++i) {
@@ -139,68 +122,54 @@ TEST(AntabCalibrate, AutocorrelationAndRounding) {
         if (inFloat != v.data[i].re) floatPathDiffers = true;
     }
     EXPECT_TRUE(floatPathDiffers) << "the values must tell float arithmetic from double";
-}
 
-TEST(AntabCalibrate, SinglePolarisationAndNoIfAxis) {
     // Only LL: one polarisation, L Tsys at position iIF, the first DPFU member.
     Loaded s(
         "GAIN AA ELEV DPFU=0.5,0.25 /\nTSYS AA INDEX='L1','L2' /\n1 0:00 50 80\n"
         "GAIN BB ELEV DPFU=0.5,0.1 /\nTSYS BB INDEX='L1','L2' /\n1 0:00 200 80\n",
         {-2}, 2);
-    ASSERT_TRUE(s.loadOk) << s.data.GetErrMsg().GetString();
+    ASSERT_TRUE(s.loadOk) << s.Msg();
     EXPECT_EQ(s.data.m_nPol, 1);
-    AUVXGroup g = Group(1, 2);
     AUVXVisibility vis(2, 1, 1);
     Fill(vis, 1, 0, 1);
-    ASSERT_TRUE(s.data.Calibrate(g, vis));
+    ASSERT_TRUE(s.Cal(1, 2, vis));
     EXPECT_FLOAT_EQ(vis.At(0, 0, 0).re, 200.0f);  // sqrt(100 x 400)
     EXPECT_FLOAT_EQ(vis.At(1, 0, 0).re, 160.0f);  // sqrt(160 x 160)
 
     // A file without IF axis is one band.
     Loaded n(kTwoStations, {-1, -2}, 0);
-    ASSERT_TRUE(n.loadOk) << n.data.GetErrMsg().GetString();
+    ASSERT_TRUE(n.loadOk) << n.Msg();
     EXPECT_EQ(n.data.m_nIF, 1);
-    AUVXGroup g0 = Group(1, 2);
     AUVXVisibility v0(0, 2, 2);
     ASSERT_EQ(v0.count, 4);
     Fill(v0, 1, 0, 1);
-    ASSERT_TRUE(n.data.Calibrate(g0, v0));
+    ASSERT_TRUE(n.Cal(1, 2, v0));
     EXPECT_NEAR(v0.data[0].re, std::sqrt(100.0 * 200), 1e-3);
     EXPECT_NEAR(v0.data[3].re, std::sqrt(200.0 * 300), 1e-3);
-}
 
-TEST(AntabCalibrate, TimeAndInterpolation) {
-    // Day 2 of 2021 at 00:00 and 02:00: 100 and 300 at AA; BB constant SEFD 1.
-    Loaded s(
-        "GAIN AA ELEV /\nTSYS AA INDEX='R1:2','L1:2' /\n2 00:00 100 100\n2 02:00 300 300\n"
-        "GAIN BB ELEV /\nTSYS BB INDEX='R1:2','L1:2' /\n1 00:00 1 1\n",
-        {-1}, 1);
-    ASSERT_TRUE(s.loadOk) << s.data.GetErrMsg().GetString();
-    struct Case {
-        double time;  // seconds from 0h of the reference day (1 January)
-        double tsysA;
-    } cases[] = {{86400 + 3600, 200}, {86400 + 1800, 150}, {0, 100}, {3 * 86400, 300}};
-    for (const Case& c : cases) {
-        AUVXGroup g = Group(1, 2, c.time);
-        AUVXVisibility vis(1, 1, 1);
-        Fill(vis, 1, 0, 1);
-        ASSERT_TRUE(s.data.Calibrate(g, vis));
-        EXPECT_NEAR(vis.data[0].re, std::sqrt(c.tsysA), 1e-5) << c.time;
+    // Day 2 of 2021 at 00:00 and 02:00: 100 and 300 at AA; BB constant SEFD 1. Between the rows
+    // interpolated, the ends held.
+    Loaded t("GAIN AA ELEV /\nTSYS AA INDEX='R1:2','L1:2' /\n2 00:00 100 100\n2 02:00 300 300\n" +
+                 Block("BB", "", "", "1 1"),
+             {-1}, 1);
+    ASSERT_TRUE(t.loadOk) << t.Msg();
+    const double cases[][2] = {{86400 + 3600, 200}, {86400 + 1800, 150}, {0, 100}, {3 * 86400, 300}};
+    for (const auto& c : cases) {
+        AUVXVisibility one(1, 1, 1);
+        Fill(one, 1, 0, 1);
+        ASSERT_TRUE(t.Cal(1, 2, one, c[0]));
+        EXPECT_NEAR(one.data[0].re, std::sqrt(c[1]), 1e-5) << c[0];
     }
 }
 
 TEST(AntabCalibrate, FlagsAndNeutralFactor) {
     // BB's gain polynomial of one coefficient -1: negative SEFD, negative product, flagged.
-    Loaded s(
-        "GAIN AA ELEV /\nTSYS AA INDEX='R1:2','L1:2' /\n1 0:00 10 10\n"
-        "GAIN BB ELEV POLY=-1 /\nTSYS BB INDEX='R1:2','L1:2' /\n1 0:00 10 10\n",
-        {-1, -2}, 1);
-    ASSERT_TRUE(s.loadOk) << s.data.GetErrMsg().GetString();
-    AUVXGroup g = Group(1, 2);
+    Loaded s(Block("AA", "", "", "10 10") + Block("BB", "POLY=-1", "", "10 10"), {-1, -2}, 1);
+    ASSERT_TRUE(s.loadOk) << s.Msg();
     AUVXVisibility vis(1, 2, 2);
     Fill(vis, 3.0f, 4.0f, 2.0f);
     vis.data[1].wt = -5.0f;  // already flagged
-    ASSERT_TRUE(s.data.Calibrate(g, vis));
+    ASSERT_TRUE(s.Cal(1, 2, vis));
     for (int i = 0; i < 4; ++i) {
         EXPECT_EQ(vis.data[i].re, 3.0f);
         EXPECT_EQ(vis.data[i].im, 4.0f);
@@ -208,26 +177,21 @@ TEST(AntabCalibrate, FlagsAndNeutralFactor) {
     EXPECT_EQ(vis.data[0].wt, -2.0f);
     EXPECT_EQ(vis.data[1].wt, -5.0f);
     // The autocorrelation of BB: SEFD squared is positive again.
-    AUVXGroup gbb = Group(2, 2);
     Fill(vis, 1, 0, 1);
-    ASSERT_TRUE(s.data.Calibrate(gbb, vis));
+    ASSERT_TRUE(s.Cal(2, 2, vis));
     EXPECT_FLOAT_EQ(vis.data[0].re, 10.0f);
 
     // FT 0: SEFD 0, product 0, factor 1: unchanged. An already flagged weight stays negative when
     // scaled.
-    Loaded z(
-        "GAIN AA ELEV /\nTSYS AA FT=0 INDEX='R1:2','L1:2' /\n1 0:00 10 10\n"
-        "GAIN BB ELEV /\nTSYS BB INDEX='R1:2','L1:2' /\n1 0:00 4 4\n",
-        {-1}, 1);
-    ASSERT_TRUE(z.loadOk) << z.data.GetErrMsg().GetString();
+    Loaded z(Block("AA", "", "FT=0", "10 10") + Block("BB", "", "", "4 4"), {-1}, 1);
+    ASSERT_TRUE(z.loadOk) << z.Msg();
     AUVXVisibility v(1, 1, 1);
     Fill(v, 3.0f, 4.0f, 2.0f);
-    ASSERT_TRUE(z.data.Calibrate(g, v));
+    ASSERT_TRUE(z.Cal(1, 2, v));
     EXPECT_EQ(v.data[0].re, 3.0f);
     EXPECT_EQ(v.data[0].wt, 2.0f);
-    AUVXGroup bb = Group(2, 2);
     v.data[0] = AUVXComplex{1, 1, -8};
-    ASSERT_TRUE(z.data.Calibrate(bb, v));
+    ASSERT_TRUE(z.Cal(2, 2, v));
     EXPECT_EQ(v.data[0].re, 4.0f);
     EXPECT_EQ(v.data[0].wt, -0.5f);
 }
@@ -236,49 +200,47 @@ TEST(AntabCalibrate, RecordMessages) {
     Loaded s(kTwoStations);
     ASSERT_TRUE(s.loadOk);
     AUVXVisibility vis(2, 1, 4);
-
-    AUVXGroup noSource = Group(1, 2, 3600, 5);
-    EXPECT_FALSE(s.data.Calibrate(noSource, vis));
-    EXPECT_EQ(s.data.GetErrMsg(), "Error> <AAntabData> not found source ID 5");
-
-    AUVXGroup noA = Group(9, 7);
-    EXPECT_FALSE(s.data.Calibrate(noA, vis));
-    EXPECT_EQ(s.data.GetErrMsg(), "Error> <AAntabData> not found antenna ID 9");
-    AUVXGroup noB = Group(1, 7);
-    EXPECT_FALSE(s.data.Calibrate(noB, vis));
-    EXPECT_EQ(s.data.GetErrMsg(), "Error> <AAntabData> not found antenna ID 7");
-    AUVXGroup negative = Group(-3, 1);
-    EXPECT_FALSE(s.data.Calibrate(negative, vis));
-    EXPECT_EQ(s.data.GetErrMsg(), "Error> <AAntabData> not found antenna ID -3");
+    struct Case {
+        int ant1, ant2, source;
+        const char* message;
+    } cases[] = {
+        {1, 2, 5, "Error> <AAntabData> not found source ID 5"},
+        {9, 7, 1, "Error> <AAntabData> not found antenna ID 9"},
+        {1, 7, 1, "Error> <AAntabData> not found antenna ID 7"},
+        {-3, 1, 1, "Error> <AAntabData> not found antenna ID -3"},
+    };
+    for (const Case& c : cases) {
+        EXPECT_FALSE(s.Cal(c.ant1, c.ant2, vis, 3600, c.source));
+        EXPECT_EQ(s.Msg(), c.message);
+    }
 
     // A product the table does not know: earlier products of the first IF are corrected already,
     // the rest untouched.
     s.data.m_header.stokes[2] = -5;
     Fill(vis, 1, 1, 1);
-    AUVXGroup g = Group(1, 2);
-    EXPECT_FALSE(s.data.Calibrate(g, vis));
-    EXPECT_EQ(s.data.GetErrMsg(), "Error> <AAntabData> not interpret stokes -5");
+    EXPECT_FALSE(s.Cal(1, 2, vis));
+    EXPECT_EQ(s.Msg(), "Error> <AAntabData> not interpret stokes -5");
     EXPECT_NEAR(vis.At(0, 0, 0).re, std::sqrt(100.0 * 200), 1e-3);
     EXPECT_NEAR(vis.At(0, 0, 1).re, std::sqrt(200.0 * 300), 1e-3);
     EXPECT_EQ(vis.At(0, 0, 2).re, 1.0f);
     EXPECT_EQ(vis.At(0, 0, 3).re, 1.0f);
     EXPECT_EQ(vis.At(1, 0, 0).re, 1.0f);
     s.data.m_header.stokes[2] = 1;
-    EXPECT_FALSE(s.data.Calibrate(g, vis));
-    EXPECT_EQ(s.data.GetErrMsg(), "Error> <AAntabData> not interpret stokes 1");
+    EXPECT_FALSE(s.Cal(1, 2, vis));
+    EXPECT_EQ(s.Msg(), "Error> <AAntabData> not interpret stokes 1");
     s.data.m_header.stokes[2] = -3;
 
     // The next record goes on as if nothing happened.
     Fill(vis, 1, 1, 1);
-    EXPECT_TRUE(s.data.Calibrate(g, vis));
+    EXPECT_TRUE(s.Cal(1, 2, vis));
     EXPECT_NEAR(vis.At(1, 0, 2).re, std::sqrt(200.0 * 300), 1e-3);
 
     // A visibility smaller than its shape says is refused before anything changes.
     AUVXVisibility small(1, 1, 4);
     small.nIF = 2;
     Fill(small, 1, 1, 1);
-    EXPECT_FALSE(s.data.Calibrate(g, small));
-    EXPECT_EQ(s.data.GetErrMsg(), "Error> <AAntabData> visibility shape larger than its data");
+    EXPECT_FALSE(s.Cal(1, 2, small));
+    EXPECT_EQ(s.Msg(), "Error> <AAntabData> visibility shape larger than its data");
     EXPECT_EQ(small.data[0].re, 1.0f);
 
     // More products than the header has codes: the ninth counts as code 0.
@@ -286,75 +248,58 @@ TEST(AntabCalibrate, RecordMessages) {
     s.data.m_header.stokes[4] = s.data.m_header.stokes[5] = s.data.m_header.stokes[6] = -1;
     s.data.m_header.stokes[7] = -2;
     Fill(nine, 1, 1, 1);
-    EXPECT_FALSE(s.data.Calibrate(g, nine));
-    EXPECT_EQ(s.data.GetErrMsg(), "Error> <AAntabData> not interpret stokes 0");
+    EXPECT_FALSE(s.Cal(1, 2, nine));
+    EXPECT_EQ(s.Msg(), "Error> <AAntabData> not interpret stokes 0");
 }
 
-TEST(AntabCalibrate, TelescopeMessages) {
-    // IF 2 starts at 1.516 GHz, outside BB's range; AA's L2 column never measured.
-    Loaded f(
-        "GAIN AA ELEV /\nTSYS AA INDEX='R1:2','L1:2' /\n1 0:00 10 10\n"
-        "GAIN BB ELEV FREQ=1000,1510 /\nTSYS BB INDEX='R1:2','L1:2' /\n1 0:00 10 10\n");
-    ASSERT_TRUE(f.loadOk) << f.data.GetErrMsg().GetString();
-    AUVXGroup g = Group(1, 2);
+TEST(AntabCalibrate, TelescopeAndSefdMessages) {
+    // IF 2 starts at 1.516 GHz, outside BB's range: IF 1 is done, IF 2 untouched.
+    Loaded f(Block("AA", "", "", "10 10") + Block("BB", "FREQ=1000,1510", "", "10 10"));
+    ASSERT_TRUE(f.loadOk) << f.Msg();
     AUVXVisibility vis(2, 1, 4);
     Fill(vis, 1, 1, 1);
-    EXPECT_FALSE(f.data.Calibrate(g, vis));
-    EXPECT_EQ(f.data.GetErrMsg(), "Error> <AAntabTlsc> AN=BB, freq. not in range");
+    EXPECT_FALSE(f.Cal(1, 2, vis));
+    EXPECT_EQ(f.Msg(), "Error> <AAntabTlsc> AN=BB, freq. not in range");
     EXPECT_FLOAT_EQ(vis.At(0, 0, 3).re, 10.0f);
     EXPECT_EQ(vis.At(1, 0, 0).re, 1.0f);
 
-    Loaded t(
-        "GAIN AA ELEV /\nTSYS AA INDEX='R1','R2','L1','L2' /\n1 0:00 10 10 10 0\n1 1:00 10 10 10 -1\n"
-        "GAIN BB ELEV /\nTSYS BB INDEX='R1:2','L1:2' /\n1 0:00 10 10\n");
-    ASSERT_TRUE(t.loadOk) << t.data.GetErrMsg().GetString();
-    EXPECT_FALSE(t.data.Calibrate(g, vis));
-    EXPECT_EQ(t.data.GetErrMsg(), "Error> <AAntabTlsc> AN=AA, TSYS for 01:00:00.00 not found.");
+    // AA's L2 column never measured.
+    Loaded t("GAIN AA ELEV /\nTSYS AA INDEX='R1','R2','L1','L2' /\n1 0:00 10 10 10 0\n1 1:00 10 10 10 -1\n" +
+             Block("BB", "", "", "10 10"));
+    ASSERT_TRUE(t.loadOk) << t.Msg();
+    EXPECT_FALSE(t.Cal(1, 2, vis));
+    EXPECT_EQ(t.Msg(), "Error> <AAntabTlsc> AN=AA, TSYS for 01:00:00.00 not found.");
     EXPECT_EQ(t.data.m_tlscs[0]->m_errMsg, t.data.GetErrMsg());
-}
 
-TEST(AntabCalibrate, SefdMessages) {
     // A gain of 0 (one coefficient 0) and a gain that is not a number.
+    AUVXVisibility one(1, 1, 1);
     for (const char* poly : {"0", "NAN"}) {
-        Loaded s(std::string("GAIN AA ELEV POLY=") + poly +
-                     " /\nTSYS AA INDEX='R1:2','L1:2' /\n1 0:00 10 10\n"
-                     "GAIN BB ELEV /\nTSYS BB INDEX='R1:2','L1:2' /\n1 0:00 10 10\n",
-                 {-1}, 1);
-        ASSERT_TRUE(s.loadOk) << s.data.GetErrMsg().GetString();
-        AUVXGroup g = Group(2, 1, 3600 + 30.25);
-        AUVXVisibility vis(1, 1, 1);
-        EXPECT_FALSE(s.data.Calibrate(g, vis));
-        EXPECT_EQ(s.data.GetErrMsg(), " S == 0 => sefd invalid 2-1, 01:00:30.25") << poly;
+        Loaded s(Block("AA", std::string("POLY=") + poly, "", "10 10") + Block("BB", "", "", "10 10"), {-1},
+                 1);
+        ASSERT_TRUE(s.loadOk) << s.Msg();
+        EXPECT_FALSE(s.Cal(2, 1, one, 3600 + 30.25));
+        EXPECT_EQ(s.Msg(), " S == 0 => sefd invalid 2-1, 01:00:30.25") << poly;
     }
 
     // SEFD above 1e15 at B; the limit itself passes at A.
-    Loaded big(
-        "GAIN AA ELEV /\nTSYS AA INDEX='R1:2','L1:2' /\n1 0:00 1E15 1E15\n"
-        "GAIN BB ELEV DPFU=0.5 /\nTSYS BB INDEX='R1:2','L1:2' /\n1 0:00 6E14 6E14\n",
-        {-1}, 1);
-    ASSERT_TRUE(big.loadOk) << big.data.GetErrMsg().GetString();
-    AUVXGroup g = Group(1, 2, 86400 + 7200);
-    AUVXVisibility vis(1, 1, 1);
-    EXPECT_FALSE(big.data.Calibrate(g, vis));
-    EXPECT_EQ(big.data.GetErrMsg(), " Invalid sefd. 1-2, 1.00000E+15 6.00000E+14 1/02:00:00.00");
-    AUVXGroup aa = Group(1, 1);
-    Fill(vis, 1, 0, 1);
-    EXPECT_TRUE(big.data.Calibrate(aa, vis));
-    EXPECT_FLOAT_EQ(vis.data[0].re, 1e15f);
+    Loaded big(Block("AA", "", "", "1E15 1E15") + Block("BB", "DPFU=0.5", "", "6E14 6E14"), {-1}, 1);
+    ASSERT_TRUE(big.loadOk) << big.Msg();
+    EXPECT_FALSE(big.Cal(1, 2, one, 86400 + 7200));
+    EXPECT_EQ(big.Msg(), " Invalid sefd. 1-2, 1.00000E+15 6.00000E+14 1/02:00:00.00");
+    Fill(one, 1, 0, 1);
+    EXPECT_TRUE(big.Cal(1, 1, one));
+    EXPECT_FLOAT_EQ(one.data[0].re, 1e15f);
 
     // Two very negative SEFDs: their product overflows.
-    Loaded mul(
-        "GAIN AA ELEV POLY=-1 /\nTSYS AA INDEX='R1:2','L1:2' /\n1 0:00 1E200 1E200\n"
-        "GAIN BB ELEV POLY=-1 /\nTSYS BB INDEX='R1:2','L1:2' /\n1 0:00 2E200 2E200\n",
-        {-1}, 1);
-    ASSERT_TRUE(mul.loadOk) << mul.data.GetErrMsg().GetString();
-    EXPECT_FALSE(mul.data.Calibrate(g, vis));
-    EXPECT_EQ(mul.data.GetErrMsg(), "Invalid value mul =INF -1.00000E+200 -2.00000E+200 1-2");
+    Loaded mul(Block("AA", "POLY=-1", "", "1E200 1E200") + Block("BB", "POLY=-1", "", "2E200 2E200"), {-1},
+               1);
+    ASSERT_TRUE(mul.loadOk) << mul.Msg();
+    EXPECT_FALSE(mul.Cal(1, 2, one, 86400 + 7200));
+    EXPECT_EQ(mul.Msg(), "Invalid value mul =INF -1.00000E+200 -2.00000E+200 1-2");
 }
 
-TEST(AntabCalibrate, InitMessages) {
+TEST(AntabCalibrate, InitAndCheckValidMessages) {
     AntabTestUvx noSu;
-    AddStations(noSu);
     noSu.withSU = false;
     noSu.Open();
     AAntabData a;
@@ -364,10 +309,7 @@ TEST(AntabCalibrate, InitMessages) {
     EXPECT_EQ(a.m_nPol, 2);
 
     AntabTestUvx cross;
-    AddStations(cross);
-    cross.header.nStokes = 2;
-    cross.header.stokes[0] = -3;
-    cross.header.stokes[1] = -4;
+    cross.SetProducts({-3, -4}, 2);
     cross.Open();
     AAntabData b;
     EXPECT_FALSE(b.Init(cross.file));
@@ -378,11 +320,8 @@ TEST(AntabCalibrate, InitMessages) {
 
     // Codes past nStokes do not count.
     AntabTestUvx rr;
-    AddStations(rr);
-    rr.header.nStokes = 1;
-    rr.header.stokes[0] = -1;
+    rr.SetProducts({-1}, 0);
     rr.header.stokes[1] = -2;
-    rr.header.nIF = 0;
     rr.Open();
     AAntabData c;
     EXPECT_TRUE(c.Init(rr.file));
@@ -390,64 +329,53 @@ TEST(AntabCalibrate, InitMessages) {
     EXPECT_EQ(c.m_nIF, 1);
     const double refJD = c.m_header.refJD;  // a packed field: read it by value
     EXPECT_EQ(refJD, 2459215.5);
-}
 
-TEST(AntabCalibrate, CheckValidMessages) {
-    {
-        AntabTestUvx noAn;
-        noAn.withAN = false;
-        noAn.Open();
-        AAntabData d;
-        ASSERT_TRUE(d.Init(noAn.file));
-        EXPECT_FALSE(LoadText(d, kTwoStations));
-        EXPECT_EQ(d.GetErrMsg(), "Error> <AAntabData> not found AN-table.");
-        EXPECT_EQ(d.m_tlscs[0]->m_tsys.Row(0)[0], 1.0);  // not dated
-    }
-    {
+    AntabTestUvx noAn;
+    noAn.withAN = false;
+    noAn.Open();
+    AAntabData d;
+    ASSERT_TRUE(d.Init(noAn.file));
+    EXPECT_FALSE(LoadText(d, kTwoStations));
+    EXPECT_EQ(d.GetErrMsg(), "Error> <AAntabData> not found AN-table.");
+    EXPECT_EQ(d.m_tlscs[0]->m_tsys.Row(0)[0], 1.0);  // not dated
+
+    struct Case {
+        const char* stations;
+        std::string antab;
+        const char* message;
+    } cases[] = {
         // An antenna without ANTAB data stops everything, before the DPFU of the first telescope.
-        AntabTestUvx extra;
-        AddStations(extra);
-        extra.stations.push_back({"CC", 3, 1, 2, 3});
-        extra.Open();
-        AAntabData d;
-        ASSERT_TRUE(d.Init(extra.file));
-        EXPECT_FALSE(LoadText(d, std::string("GAIN AA ELEV DPFU=0 /\n") + kTwoStations));
-        EXPECT_EQ(d.GetErrMsg(), "Error> <AAntabData> non found CC in ANTAB data.");
-    }
-    {
-        // DPFU 0 also counts for a station outside the AN table; telescopes before it are bound.
-        Loaded s(std::string(kTwoStations) + "GAIN ZZ ELEV DPFU=0.5,0 /\nGAIN QQ ELEV DPFU=0 /\n");
-        EXPECT_FALSE(s.loadOk);
-        EXPECT_EQ(s.data.GetErrMsg(), "Error> <AAntabData> DPFU = 0 for ZZ");
-        EXPECT_EQ(s.data.m_tlscs[0]->m_tsys.Row(0)[0], 59215.0);
-        EXPECT_EQ(s.data.m_tlscs[1]->m_antID, 2);
-        EXPECT_EQ(s.data.m_tlscs[2]->m_antID, -1);
-    }
-    {
+        {"AA BB CC", std::string("GAIN AA ELEV DPFU=0 /\n") + kTwoStations,
+         "Error> <AAntabData> non found CC in ANTAB data."},
         // INDEX covering only R in a file with RR and LL: hole at position m_nIF.
-        Loaded s(
-            "GAIN AA ELEV /\nTSYS AA INDEX='R1:2' /\n"
-            "GAIN BB ELEV /\nTSYS BB INDEX='R1:2','L1:2' /\n");
-        EXPECT_FALSE(s.loadOk);
-        EXPECT_EQ(s.data.GetErrMsg(), "Error. Has hole INDEX keyword (pos=2).  Antenn = AA");
-    }
-    {
+        {"AA BB", "GAIN AA ELEV /\nTSYS AA INDEX='R1:2' /\nGAIN BB ELEV /\nTSYS BB INDEX='R1:2','L1:2' /\n",
+         "Error. Has hole INDEX keyword (pos=2).  Antenn = AA"},
         // A hole inside R, the INDEX2 list counting as well, ranges past m_nIF harmless.
-        Loaded s(
-            "GAIN AA ELEV /\nTSYS AA INDEX2='L1:8' / INDEX='R1:8','X' /\n"
-            "GAIN BB ELEV /\nTSYS BB INDEX='R2:9','L1:2' /\n");
-        EXPECT_FALSE(s.loadOk);
-        EXPECT_EQ(s.data.GetErrMsg(), "Error. Has hole INDEX keyword (pos=0).  Antenn = BB");
+        {"AA BB",
+         "GAIN AA ELEV /\nTSYS AA INDEX2='L1:8' / INDEX='R1:8','X' /\nGAIN BB ELEV /\nTSYS BB "
+         "INDEX='R2:9','L1:2' /\n",
+         "Error. Has hole INDEX keyword (pos=0).  Antenn = BB"},
+    };
+    for (const Case& k : cases) {
+        Bound bound(k.stations, {-1, -2}, 2);
+        EXPECT_FALSE(bound.Load(k.antab));
+        EXPECT_EQ(bound.Msg(), k.message);
     }
+
+    // DPFU 0 also counts for a station outside the AN table; telescopes before it are bound.
+    Loaded s(std::string(kTwoStations) + "GAIN ZZ ELEV DPFU=0.5,0 /\nGAIN QQ ELEV DPFU=0 /\n");
+    EXPECT_FALSE(s.loadOk);
+    EXPECT_EQ(s.Msg(), "Error> <AAntabData> DPFU = 0 for ZZ");
+    EXPECT_EQ(s.data.m_tlscs[0]->m_tsys.Row(0)[0], 59215.0);
+    EXPECT_EQ(s.data.m_tlscs[1]->m_antID, 2);
+    EXPECT_EQ(s.data.m_tlscs[2]->m_antID, -1);
 }
 
 TEST(AntabCalibrate, BindingToTheAntennaTable) {
     AntabTestUvx uvx;
-    AddStations(uvx);
-    uvx.stations[1].id = 17;
+    uvx.stations = {{"AA", 1, 4075539.8, 931735.3, 4801629.4}, {"BB", 17, 3828750.7, 442589.2, 5064921.6}};
     uvx.leftHanded = true;
-    uvx.header.nStokes = 1;
-    uvx.header.nIF = 1;
+    uvx.SetProducts({-1}, 1);
     uvx.Open();
     AAntabData d;
     ASSERT_TRUE(d.Init(uvx.file));

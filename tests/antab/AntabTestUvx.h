@@ -19,24 +19,23 @@ struct TestStation {
     double x, y, z;
 };
 
-struct TestSource {
-    int id;
-    std::string name;
-    double ra, dec;  // degrees
-};
-
-// Fill the public fields, then call Open(); `file` is then a UVX file open for reading.
+// Fill the public fields, then call Open(); `file` is then a UVX file open for reading. One source,
+// ID 1 "SRC" at RA 0, Dec 30 degrees; IF band i starts at refFreq + i x ifStep.
 class AntabTestUvx {
 public:
     AntabTestUvx() {
         header.refJD = 2459215.5;  // 2021-01-01 0h
         header.refFreq = 1.5e9;
-        header.nStokes = 2;
-        header.stokes[0] = -1;
-        header.stokes[1] = -2;
-        header.nIF = 2;
         header.nChan = 1;
-        ifOffsets = {0.0, 16e6};
+        SetProducts({-1, -2}, 2);
+    }
+
+    // Product codes from the first on (the codes behind them stay) and the IF count.
+    void SetProducts(const std::vector<int>& stokes, int nIF) {
+        header.nStokes = static_cast<std::int16_t>(stokes.size());
+        for (std::size_t i = 0; i < stokes.size(); ++i)
+            header.stokes[i] = static_cast<std::int16_t>(stokes[i]);
+        header.nIF = nIF;
     }
 
     // Writes the file into memory and opens it; a failure ends the calling test.
@@ -53,58 +52,49 @@ public:
             for (const TestStation& s : stations) {
                 const int r = an.AddRow();
                 an.SetText(r, cName, s.name.c_str());
-                an.SetDouble(r, cXYZ, s.x, 0);
-                an.SetDouble(r, cXYZ, s.y, 1);
-                an.SetDouble(r, cXYZ, s.z, 2);
+                const double xyz[3] = {s.x, s.y, s.z};
+                for (int k = 0; k < 3; ++k) an.SetDouble(r, cXYZ, xyz[k], k);
                 an.SetDouble(r, cId, s.id);
             }
             ASSERT_TRUE(out.AddTable(an)) << out.m_errMsg.GetString();
         }
         if (withSU) {
             AUVXTable su("SU");
-            const int cId = su.AddColumn("ID. NO.", 'J');
-            const int cName = su.AddColumn("SOURCE", 'A', 16);
-            const int cRA = su.AddColumn("RAEPO", 'D', 1, "DEGREES");
-            const int cDec = su.AddColumn("DECEPO", 'D', 1, "DEGREES");
-            for (const TestSource& s : sources) {
-                const int r = su.AddRow();
-                su.SetDouble(r, cId, s.id);
-                su.SetText(r, cName, s.name.c_str());
-                su.SetDouble(r, cRA, s.ra);
-                su.SetDouble(r, cDec, s.dec);
-            }
+            const int cols[4] = {su.AddColumn("ID. NO.", 'J'), su.AddColumn("SOURCE", 'A', 16),
+                                 su.AddColumn("RAEPO", 'D', 1, "DEGREES"),
+                                 su.AddColumn("DECEPO", 'D', 1, "DEGREES")};
+            const int r = su.AddRow();
+            su.SetDouble(r, cols[0], 1);
+            su.SetText(r, cols[1], "SRC");
+            su.SetDouble(r, cols[2], 0.0);
+            su.SetDouble(r, cols[3], 30.0);
             ASSERT_TRUE(out.AddTable(su)) << out.m_errMsg.GetString();
         }
-        if (withFQ) {
-            const int nIF = header.nIF > 1 ? header.nIF : 1;
-            AUVXTable fq("FQ");
-            const int cSel = fq.AddColumn("FRQSEL", 'J');
-            const int cFreq = fq.AddColumn("IF FREQ", 'D', nIF, "HZ");
-            const int cWidth = fq.AddColumn("CH WIDTH", 'E', nIF, "HZ");
-            const int cBand = fq.AddColumn("TOTAL BANDWIDTH", 'E', nIF, "HZ");
-            const int cSide = fq.AddColumn("SIDEBAND", 'J', nIF);
-            const int r = fq.AddRow();
-            fq.SetDouble(r, cSel, freqSel);
-            for (int i = 0; i < nIF; ++i) {
-                fq.SetDouble(r, cFreq, i < static_cast<int>(ifOffsets.size()) ? ifOffsets[i] : 0.0, i);
-                fq.SetDouble(r, cWidth, 1e6, i);
-                fq.SetDouble(r, cBand, 16e6, i);
-                fq.SetDouble(r, cSide, 1, i);
-            }
-            ASSERT_TRUE(out.AddTable(fq)) << out.m_errMsg.GetString();
+        const int nIF = header.nIF > 1 ? header.nIF : 1;
+        AUVXTable fq("FQ");
+        const int cSel = fq.AddColumn("FRQSEL", 'J');
+        const int cFreq = fq.AddColumn("IF FREQ", 'D', nIF, "HZ");
+        const int cWidth = fq.AddColumn("CH WIDTH", 'E', nIF, "HZ");
+        const int cBand = fq.AddColumn("TOTAL BANDWIDTH", 'E', nIF, "HZ");
+        const int cSide = fq.AddColumn("SIDEBAND", 'J', nIF);
+        const int r = fq.AddRow();
+        fq.SetDouble(r, cSel, 1);
+        for (int i = 0; i < nIF; ++i) {
+            fq.SetDouble(r, cFreq, i * ifStep, i);
+            fq.SetDouble(r, cWidth, 1e6, i);
+            fq.SetDouble(r, cBand, 16e6, i);
+            fq.SetDouble(r, cSide, 1, i);
         }
+        ASSERT_TRUE(out.AddTable(fq)) << out.m_errMsg.GetString();
         ASSERT_TRUE(out.Close()) << out.m_errMsg.GetString();
         ASSERT_TRUE(file.Open(&mem, false)) << file.m_errMsg.GetString();
     }
 
     AUVXHeader header;
     std::vector<TestStation> stations;
-    std::vector<TestSource> sources{{1, "SRC", 0.0, 30.0}};
-    std::vector<double> ifOffsets;  // Hz from header.refFreq, one per IF
-    int freqSel = 1;
+    double ifStep = 16e6;  // Hz
     bool withAN = true;
     bool withSU = true;
-    bool withFQ = true;
     bool leftHanded = false;
 
     AMemFile mem;
@@ -116,6 +106,30 @@ inline bool LoadText(AAntabData& data, const std::string& text) {
     std::istringstream in(text);
     return data.Load(in);
 }
+
+// An AAntabData initialised on a UVX file whose AN table holds `names` (blank-separated, IDs from
+// 1, all at one position at latitude 50.52 degrees), then loaded from an ANTAB stream.
+struct Bound {
+    Bound(const std::string& names, const std::vector<int>& stokes, int nIF) {
+        std::istringstream in(names);
+        std::string name;
+        for (int id = 1; in >> name; ++id) uvx.stations.push_back({name, id, 4033947.2, 486990.8, 4900431.0});
+        uvx.SetProducts(stokes, nIF);
+    }
+    bool Load(std::istream& in) {
+        uvx.Open();
+        EXPECT_TRUE(data.Init(uvx.file)) << Msg();
+        return data.Load(in);
+    }
+    bool Load(const std::string& text) {
+        std::istringstream in(text);
+        return Load(in);
+    }
+    std::string Msg() { return data.GetErrMsg().GetString(); }
+
+    AntabTestUvx uvx;
+    AAntabData data;
+};
 
 // The message that Load leaves when the parse went through and only the binding failed for want of
 // a UVX file: the parser tests load without Init and look at what was parsed.

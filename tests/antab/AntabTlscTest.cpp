@@ -11,20 +11,18 @@
 
 namespace {
 
-// A telescope with `positions` Tsys columns, named AA.
-AAntabTlsc MakeTlsc(int positions) {
+// A telescope named AA with one row per entry of `rows`: {day, fraction, values...}.
+AAntabTlsc MakeTlsc(int positions, std::initializer_list<std::initializer_list<double>> rows = {},
+                    bool scan = false) {
     AAntabTlsc t;
     t.m_name = "AA";
+    t.m_forceScan = scan;
     t.m_tsys.SetCols(positions + 2);
+    for (const auto& values : rows) {
+        double* row = t.m_tsys.AddRow();
+        for (double v : values) *row++ = v;
+    }
     return t;
-}
-
-void AddRow(AAntabTlsc& t, double day, double fraction, std::initializer_list<double> values) {
-    double* row = t.m_tsys.AddRow();
-    row[0] = day;
-    row[1] = fraction;
-    int c = 2;
-    for (double v : values) row[c++] = v;
 }
 
 AUVXSourceItem Source(double ra, double dec) {
@@ -34,6 +32,24 @@ AUVXSourceItem Source(double ra, double dec) {
     s.ra = ra;
     s.dec = dec;
     return s;
+}
+
+struct Query {
+    double time;
+    int position;
+    double expected;
+};
+
+// Each query answered, with exactly the expected value or (`near`) within 4 ulps of it.
+void ExpectTsys(AAntabTlsc& t, std::initializer_list<Query> queries, bool near = false) {
+    for (const Query& q : queries) {
+        double v = 0;
+        ASSERT_TRUE(t.GetTsys(q.time, q.position, v)) << q.time << " " << q.position;
+        if (near)
+            EXPECT_DOUBLE_EQ(v, q.expected) << q.time << " " << q.position << " scan " << t.m_forceScan;
+        else
+            EXPECT_EQ(v, q.expected) << q.time << " " << q.position << " scan " << t.m_forceScan;
+    }
 }
 
 }  // namespace
@@ -60,24 +76,18 @@ TEST(AntabTlsc, ColumnInfoParse) {
 }
 
 TEST(AntabTlsc, FixDate) {
-    AAntabTlsc t = MakeTlsc(1);
-    AddRow(t, 1, 0.25, {1});
-    AddRow(t, 32.7, 0.5, {1});
-    AddRow(t, 366, 0.0, {1});
-    AddRow(t, 1, 0.0, {1});      // behind day 366: no year change, stays in 2021
+    // 2021-01-01 is MJD 59215; 2021-02-01 is 59246; 2022-01-01 is 59580. A day 1 behind day 366
+    // makes no year change.
+    AAntabTlsc t = MakeTlsc(1, {{1, 0.25, 1}, {32.7, 0.5, 1}, {366, 0.0, 1}, {1, 0.0, 1}});
     t.FixDate(2459215.5 + 0.3);  // during 2021-01-01
-    // 2021-01-01 is MJD 59215; 2021-02-01 is 59246; 2022-01-01 is 59580.
-    EXPECT_EQ(t.m_tsys.Row(0)[0], 59215.0);
-    EXPECT_EQ(t.m_tsys.Row(0)[1], 0.25);
-    EXPECT_EQ(t.m_tsys.Row(1)[0], 59246.0);
-    EXPECT_EQ(t.m_tsys.Row(1)[1], 0.5);
-    EXPECT_EQ(t.m_tsys.Row(2)[0], 59580.0);
-    EXPECT_EQ(t.m_tsys.Row(3)[0], 59215.0);
+    const double expected[4][2] = {{59215, 0.25}, {59246, 0.5}, {59580, 0}, {59215, 0}};
+    for (int r = 0; r < 4; ++r) {
+        EXPECT_EQ(t.m_tsys.Row(r)[0], expected[r][0]) << r;
+        EXPECT_EQ(t.m_tsys.Row(r)[1], expected[r][1]) << r;
+    }
 
     // Leap year: day 60 of 2020 is 29 February, MJD 58908; day 61 is 1 March.
-    AAntabTlsc leap = MakeTlsc(1);
-    AddRow(leap, 60, 0, {1});
-    AddRow(leap, 61, 0, {1});
+    AAntabTlsc leap = MakeTlsc(1, {{60, 0, 1}, {61, 0, 1}});
     leap.FixDate(2458849.5);  // 2020-01-01
     EXPECT_EQ(leap.m_tsys.Row(0)[0], 58908.0);
     EXPECT_EQ(leap.m_tsys.Row(1)[0], 58909.0);
@@ -89,115 +99,59 @@ TEST(AntabTlsc, FixDate) {
 
 TEST(AntabTlsc, TsysInterpolationAndHold) {
     for (bool scan : {false, true}) {
-        AAntabTlsc t = MakeTlsc(2);
-        t.m_forceScan = scan;
+        // Position 0 has no measurement at t = 11, position 1 a negative value there, which is no
+        // measurement either.
+        AAntabTlsc t = MakeTlsc(2, {{10, 0, 20, 7}, {11, 0, 0, 9}, {12, 0, 40, -3}}, scan);
         t.m_ft = 2.0;
-        AddRow(t, 10, 0, {20, 7});
-        AddRow(t, 11, 0, {0, 9});  // no measurement in position 0
-        AddRow(t, 12, 0, {40, -3});
-        double v = 0;
-        ASSERT_TRUE(t.GetTsys(11, 0, v));
-        EXPECT_DOUBLE_EQ(v, 60.0) << scan;  // (20 + 40) / 2 x 2, across the row without a value
-        ASSERT_TRUE(t.GetTsys(11.5, 0, v));
-        EXPECT_DOUBLE_EQ(v, 70.0);
-        ASSERT_TRUE(t.GetTsys(9, 0, v));
-        EXPECT_EQ(v, 40.0);
-        ASSERT_TRUE(t.GetTsys(13, 0, v));
-        EXPECT_EQ(v, 80.0);
-        ASSERT_TRUE(t.GetTsys(10, 0, v));
-        EXPECT_EQ(v, 40.0);
-        ASSERT_TRUE(t.GetTsys(12, 0, v));
-        EXPECT_EQ(v, 80.0);
-        // Position 1: the negative value is no measurement either.
-        ASSERT_TRUE(t.GetTsys(10.5, 1, v));
-        EXPECT_DOUBLE_EQ(v, 16.0);
-        ASSERT_TRUE(t.GetTsys(100, 1, v));
-        EXPECT_EQ(v, 18.0);
-        ASSERT_TRUE(t.GetTsys(-100, 1, v));
-        EXPECT_EQ(v, 14.0);
+        // (20 + 40) / 2 x 2 across the row without a value; the ends held.
+        ExpectTsys(t, {{11, 0, 60}, {11.5, 0, 70}, {10.5, 1, 16}}, true);
+        ExpectTsys(t, {{9, 0, 40}, {13, 0, 80}, {10, 0, 40}, {12, 0, 80}, {100, 1, 18}, {-100, 1, 14}});
 
-        // Day and fraction both make the time; equal times give the first of them.
-        AAntabTlsc e = MakeTlsc(1);
-        e.m_forceScan = scan;
-        AddRow(e, 59215, 0.25, {20});
-        AddRow(e, 59215, 0.25, {30});
-        AddRow(e, 59215, 0.75, {50});
-        ASSERT_TRUE(e.GetTsys(59215.25, 0, v));
-        EXPECT_EQ(v, 20.0);
-        ASSERT_TRUE(e.GetTsys(59215.5, 0, v));
-        EXPECT_DOUBLE_EQ(v, 40.0);  // from the second of the equal rows
+        // Day and fraction both make the time; equal times give the first of them, and the
+        // interpolation behind them starts from the second.
+        AAntabTlsc e = MakeTlsc(1, {{59215, 0.25, 20}, {59215, 0.25, 30}, {59215, 0.75, 50}}, scan);
+        ExpectTsys(e, {{59215.25, 0, 20}});
+        ExpectTsys(e, {{59215.5, 0, 40}}, true);
 
         // A single measured row answers every time.
-        AAntabTlsc one = MakeTlsc(1);
-        one.m_forceScan = scan;
-        AddRow(one, 5, 0, {0});
-        AddRow(one, 6, 0, {25});
-        AddRow(one, 7, 0, {0});
-        for (double time : {0.0, 6.0, 6.5, 1e6}) {
-            ASSERT_TRUE(one.GetTsys(time, 0, v));
-            EXPECT_EQ(v, 25.0);
-        }
-    }
-}
+        AAntabTlsc one = MakeTlsc(1, {{5, 0, 0}, {6, 0, 25}, {7, 0, 0}}, scan);
+        ExpectTsys(one, {{0, 0, 25}, {6, 0, 25}, {6.5, 0, 25}, {1e6, 0, 25}});
 
-TEST(AntabTlsc, TsysNotFound) {
-    for (bool scan : {false, true}) {
-        AAntabTlsc t = MakeTlsc(2);
-        t.m_forceScan = scan;
+        // Rows out of order: the scan stops at the first row at or after the time, with the last
+        // row below it as the previous one.
+        AAntabTlsc u = MakeTlsc(1, {{12, 0, 40}, {10, 0, 20}, {14, 0, 60}}, scan);
+        ExpectTsys(u, {{11, 0, 40}, {15, 0, 60}});
+        ExpectTsys(u, {{13, 0, 50}}, true);
+
+        // Not found: no rows, no measurement in the column, or a position outside the table.
+        AAntabTlsc n = MakeTlsc(2, {}, scan);
         double v = -1;
-        EXPECT_FALSE(t.GetTsys(59215.25, 0, v));
-        EXPECT_EQ(t.m_errMsg, "Error> <AAntabTlsc> AN=AA, TSYS for 06:00:00.00 not found.");
-        AddRow(t, 59215, 0.5, {0, 5});
-        AddRow(t, 59215, 0.6, {-2, std::nan("")});
-        EXPECT_FALSE(t.GetTsys(59216.5 + 30.5 / 86400, 0, v));
-        EXPECT_EQ(t.m_errMsg, "Error> <AAntabTlsc> AN=AA, TSYS for 12:00:30.50 not found.");
+        EXPECT_FALSE(n.GetTsys(59215.25, 0, v));
+        EXPECT_EQ(n.m_errMsg, "Error> <AAntabTlsc> AN=AA, TSYS for 06:00:00.00 not found.");
+        n = MakeTlsc(2, {{59215, 0.5, 0, 5}, {59215, 0.6, -2, std::nan("")}}, scan);
+        EXPECT_FALSE(n.GetTsys(59216.5 + 30.5 / 86400, 0, v));
+        EXPECT_EQ(n.m_errMsg, "Error> <AAntabTlsc> AN=AA, TSYS for 12:00:30.50 not found.");
         EXPECT_EQ(v, -1);
         // A success does not clear the message.
-        EXPECT_TRUE(t.GetTsys(59215, 1, v));
+        EXPECT_TRUE(n.GetTsys(59215, 1, v));
         EXPECT_EQ(v, 5.0);
-        EXPECT_EQ(t.m_errMsg, "Error> <AAntabTlsc> AN=AA, TSYS for 12:00:30.50 not found.");
-        // Positions outside the table have no measurement.
-        EXPECT_FALSE(t.GetTsys(59215, 2, v));
-        EXPECT_FALSE(t.GetTsys(59215, -1, v));
-        EXPECT_FALSE(t.GetTsys(59215, -2, v));
-    }
-}
-
-TEST(AntabTlsc, TsysUnsortedRowsStopAtFirstLaterRow) {
-    for (bool scan : {false, true}) {
-        AAntabTlsc t = MakeTlsc(1);
-        t.m_forceScan = scan;
-        AddRow(t, 12, 0, {40});
-        AddRow(t, 10, 0, {20});
-        AddRow(t, 14, 0, {60});
-        double v = 0;
-        ASSERT_TRUE(t.GetTsys(11, 0, v));
-        EXPECT_EQ(v, 40.0);  // the first row at or after 11 is the one of t = 12, with nothing before
-        ASSERT_TRUE(t.GetTsys(13, 0, v));
-        EXPECT_DOUBLE_EQ(v, 50.0);  // previous: the row of t = 10 (the last below 13), next t = 14
-        ASSERT_TRUE(t.GetTsys(15, 0, v));
-        EXPECT_EQ(v, 60.0);
+        EXPECT_EQ(n.m_errMsg, "Error> <AAntabTlsc> AN=AA, TSYS for 12:00:30.50 not found.");
+        for (int position : {2, -1, -2}) EXPECT_FALSE(n.GetTsys(59215, position, v)) << position;
     }
 }
 
 TEST(AntabTlsc, IndexFollowsTableChanges) {
-    AAntabTlsc t = MakeTlsc(1);
-    AddRow(t, 10, 0, {20});
-    AddRow(t, 12, 0, {40});
-    double v = 0;
-    ASSERT_TRUE(t.GetTsys(13, 0, v));
-    EXPECT_EQ(v, 40.0);
-    AddRow(t, 14, 0, {80});  // a new row is seen without a reset
-    ASSERT_TRUE(t.GetTsys(13, 0, v));
-    EXPECT_DOUBLE_EQ(v, 60.0);
+    AAntabTlsc t = MakeTlsc(1, {{10, 0, 20}, {12, 0, 40}});
+    ExpectTsys(t, {{13, 0, 40}});
+    t.m_tsys.AddRow()[2] = 80;  // a new row is seen without a reset
+    t.m_tsys.Row(2)[0] = 14;
+    ExpectTsys(t, {{13, 0, 60}}, true);
     t.m_tsys.Row(2)[2] = 100;  // in place: needs the reset
     t.ResetTsysIndex();
-    ASSERT_TRUE(t.GetTsys(13, 0, v));
-    EXPECT_DOUBLE_EQ(v, 70.0);
+    ExpectTsys(t, {{13, 0, 70}}, true);
     t.FixDate(2459215.5);  // rows move to MJDs; FixDate drops the index itself
     // Days 10, 12, 14 of 2021 are MJD 59224, 59226, 59228.
-    ASSERT_TRUE(t.GetTsys(59225, 0, v));
-    EXPECT_DOUBLE_EQ(v, 30.0);
+    ExpectTsys(t, {{59225, 0, 30}}, true);
 }
 
 // The index must answer exactly as the scan: same success, same value to the bit, same message.
@@ -276,11 +230,11 @@ TEST(AntabTlsc, GainRangeAndConstants) {
     EXPECT_EQ(g[0], 0.5);
     EXPECT_EQ(g[1], 0.25);
     ASSERT_TRUE(t.GetGain(59215, 2e9, src, g));
-    EXPECT_FALSE(t.GetGain(59215, 2e9 + 1, src, g));
-    EXPECT_EQ(t.m_errMsg, "Error> <AAntabTlsc> AN=EF, freq. not in range");
-    t.m_errMsg = "";
-    EXPECT_FALSE(t.GetGain(59215, 1e9 - 1, src, g));
-    EXPECT_EQ(t.m_errMsg, "Error> <AAntabTlsc> AN=EF, freq. not in range");
+    for (double freq : {2e9 + 1, 1e9 - 1}) {
+        t.m_errMsg = "";
+        EXPECT_FALSE(t.GetGain(59215, freq, src, g));
+        EXPECT_EQ(t.m_errMsg, "Error> <AAntabTlsc> AN=EF, freq. not in range");
+    }
 
     // One coefficient: a constant factor, whatever the kind.
     t.m_poly.Add(0.8);
@@ -290,11 +244,12 @@ TEST(AntabTlsc, GainRangeAndConstants) {
 
     // Two coefficients and no kind.
     t.m_poly.Add(0.001);
-    EXPECT_FALSE(t.GetGain(59215, 1.5e9, src, g));
-    EXPECT_EQ(t.m_errMsg, "Error> <AAntabTlsc> AN=EF, m_polyType == 0");
-    t.m_polyType = 7;
-    EXPECT_FALSE(t.GetGain(59215, 1.5e9, src, g));
-    EXPECT_EQ(t.m_errMsg, "Error> <AAntabTlsc> AN=EF, m_polyType == 0");
+    for (int kind : {0, 7}) {
+        t.m_polyType = kind;
+        t.m_errMsg = "";
+        EXPECT_FALSE(t.GetGain(59215, 1.5e9, src, g));
+        EXPECT_EQ(t.m_errMsg, "Error> <AAntabTlsc> AN=EF, m_polyType == 0");
+    }
 }
 
 TEST(AntabTlsc, GainPolynomialInElevationAndZenithAngle) {
@@ -308,9 +263,9 @@ TEST(AntabTlsc, GainPolynomialInElevationAndZenithAngle) {
     t.m_poly.Add(1.0);
     t.m_poly.Add(-0.01);
     t.m_poly.Add(0.0001);
+    double g[2];
     for (double time : {59215.0, 59215.3, 60000.9}) {
         AUVXSourceItem src = Source(123.0, 30.0);
-        double g[2];
         ASSERT_TRUE(t.GetGain(time, 1e9, src, g));
         const double p = 1.0 - 0.01 * 30 + 0.0001 * 900;  // 0.79
         EXPECT_NEAR(g[0], 2 * p, 1e-9);
@@ -321,7 +276,6 @@ TEST(AntabTlsc, GainPolynomialInElevationAndZenithAngle) {
     t.m_poly.Add(0.0);
     t.m_poly.Add(1.0);
     AUVXSourceItem src = Source(0.0, 30.0);
-    double g[2];
     ASSERT_TRUE(t.GetGain(59215.1, 1e9, src, g));
     EXPECT_NEAR(g[0], 120.0, 1e-8);
     EXPECT_NEAR(g[1], 180.0, 1e-8);
@@ -344,46 +298,35 @@ TEST(AntabTlsc, GainPolynomialInHourAngle) {
     EXPECT_NEAR(g[1], 2 * 280.46061837, 2e-3);
     const double h0 = g[0];
 
-    // Not reduced to a range: a right ascension one turn lower gives H + 360, one turn higher H - 360.
-    AUVXSourceItem below = Source(-360.0, 10.0);
-    ASSERT_TRUE(t.GetGain(51544.5, 1e9, below, g));
-    EXPECT_NEAR(g[0], h0 + 360.0, 1e-9);
-    AUVXSourceItem above = Source(360.0, 10.0);
-    ASSERT_TRUE(t.GetGain(51544.5, 1e9, above, g));
-    EXPECT_NEAR(g[0], h0 - 360.0, 1e-9);
-
-    // Right ascension 30 degrees is 2 hours: H falls by 30 degrees. A station 90 degrees east
-    // sees H 90 degrees larger.
-    AUVXSourceItem ra30 = Source(30.0, 10.0);
-    ASSERT_TRUE(t.GetGain(51544.5, 1e9, ra30, g));
-    EXPECT_NEAR(g[0], h0 - 30.0, 1e-9);
-    t.m_x = 0.0;
-    t.m_y = 6378137.0;
-    ASSERT_TRUE(t.GetGain(51544.5, 1e9, src, g));
-    EXPECT_NEAR(g[0], h0 + 90.0, 1e-9);
-    // A station 90 degrees west: longitude 270 degrees, never negative, so H is 270 degrees larger.
-    t.m_y = -6378137.0;
-    ASSERT_TRUE(t.GetGain(51544.5, 1e9, src, g));
-    EXPECT_NEAR(g[0], h0 + 270.0, 1e-9);
-
-    // Six hours of universal time later the sidereal time has gone on by 6 x 1.0027379 hours.
-    t.m_x = 6378137.0;
-    t.m_y = 0.0;
-    ASSERT_TRUE(t.GetGain(51544.75, 1e9, src, g));
-    EXPECT_NEAR(g[0], h0 + 6 * 15 * 1.0027379, 1e-3);
+    const double r = 6378137.0;
+    struct Case {
+        double ra, x, y, mjd, offset, tolerance;
+        const char* why;
+    } cases[] = {
+        {-360, r, 0, 51544.5, 360, 1e-9, "not reduced to a range: one turn lower gives H + 360"},
+        {360, r, 0, 51544.5, -360, 1e-9, "one turn higher gives H - 360"},
+        {30, r, 0, 51544.5, -30, 1e-9, "right ascension 30 degrees is 2 hours"},
+        {0, 0, r, 51544.5, 90, 1e-9, "a station 90 degrees east"},
+        {0, 0, -r, 51544.5, 270, 1e-9, "90 degrees west: longitude 270 degrees, never negative"},
+        {0, r, 0, 51544.75, 6 * 15 * 1.0027379, 1e-3, "six hours of UT: 6 x 1.0027379 sidereal hours"},
+    };
+    for (const Case& c : cases) {
+        t.m_x = c.x;
+        t.m_y = c.y;
+        AUVXSourceItem s = Source(c.ra, 10.0);
+        ASSERT_TRUE(t.GetGain(c.mjd, 1e9, s, g));
+        EXPECT_NEAR(g[0], h0 + c.offset, c.tolerance) << c.why;
+    }
 }
 
 TEST(AntabTlsc, CopyAndMove) {
-    AAntabTlsc a = MakeTlsc(2);
+    AAntabTlsc a = MakeTlsc(2, {{10, 0, 20, 30}, {12, 0, 40, 50}});
     a.m_name = "ON";
     a.m_dpfu[1] = 0.7;
     a.m_poly.Add(1.0);
     a.m_index.Add(AColumnInfo{-1, 1, 2});
     a.m_index2.Add(AColumnInfo{-2, 1, 1});
-    AddRow(a, 10, 0, {20, 30});
-    AddRow(a, 12, 0, {40, 50});
-    double v = 0;
-    ASSERT_TRUE(a.GetTsys(11, 0, v));  // builds the source's index
+    ExpectTsys(a, {{11, 0, 30}}, true);  // builds the source's index
 
     AAntabTlsc b(a);
     EXPECT_STREQ(b.m_name, "ON");
@@ -395,10 +338,8 @@ TEST(AntabTlsc, CopyAndMove) {
     EXPECT_NE(b.m_tsys.data, a.m_tsys.data);
     EXPECT_NE(b.m_poly.data, a.m_poly.data);
     b.m_tsys.Row(1)[2] = 60;
-    ASSERT_TRUE(b.GetTsys(11, 0, v));
-    EXPECT_DOUBLE_EQ(v, 40.0);
-    ASSERT_TRUE(a.GetTsys(11, 0, v));
-    EXPECT_DOUBLE_EQ(v, 30.0);
+    ExpectTsys(b, {{11, 0, 40}}, true);
+    ExpectTsys(a, {{11, 0, 30}}, true);
 
     AAntabTlsc c;
     c = std::move(a);  // leaves the source as it was
@@ -410,8 +351,7 @@ TEST(AntabTlsc, CopyAndMove) {
     AAntabTlsc d(std::move(c));
     EXPECT_EQ(c.m_poly.count, 1);
     EXPECT_EQ(d.m_poly.count, 1);
-    ASSERT_TRUE(d.GetTsys(11, 1, v));
-    EXPECT_DOUBLE_EQ(v, 40.0);
+    ExpectTsys(d, {{11, 1, 40}}, true);
 
     // The table grows by its step and keeps its rows.
     ATsysTable table;
