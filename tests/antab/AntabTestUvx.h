@@ -1,6 +1,7 @@
 // AntabTestUvx: a small UVX file in memory (header, AN, SU and FQ tables) for the amplitude tests.
 #pragma once
 
+#include <charconv>
 #include <sstream>
 #include <string>
 #include <vector>
@@ -135,4 +136,43 @@ struct Bound {
 // a UVX file: the parser tests load without Init and look at what was parsed.
 inline const char* NoUvxMessage() {
     return "Error> <AAntabData> uvx == NULL. ";
+}
+
+// What the parser made, in short: "bif N" and "eif N" when set, then each telescope as "[name]" and
+// only what differs from a new telescope, numbers in their shortest exact form, telescopes
+// separated by " | ". For example "[AA] kind 1 dpfu 0.5 0.6 ncol 2 index R1:2 L1:1 rows 3".
+inline std::string Made(const AAntabData& data) {
+    auto num = [](double v) {
+        char b[32];
+        *std::to_chars(b, b + sizeof b - 1, v).ptr = '\0';
+        return std::string(" ") + b;
+    };
+    auto items = [](const char* label, const AArray<AColumnInfo>& list) {
+        std::string s = list.count ? std::string(" ") + label : "";
+        for (int i = 0; i < list.count; ++i) {
+            const AColumnInfo& c = list[i];
+            s += c.pol == -1 ? " R" : c.pol == -2 ? " L" : c.pol == 0 ? " X" : " P" + std::to_string(c.pol);
+            if (c.pol != 0 || c.first != -1 || c.last != -1)
+                s += std::to_string(c.first) + ":" + std::to_string(c.last);
+        }
+        return s;
+    };
+    std::string s;
+    if (data.m_bif) s += "bif " + std::to_string(data.m_bif) + " ";
+    if (data.m_eif) s += "eif " + std::to_string(data.m_eif) + " ";
+    for (int i = 0; i < data.m_tlscs.count; ++i) {
+        const AAntabTlsc& t = *data.m_tlscs[i];
+        s += (i ? " | [" : "[") + std::string(t.m_name.GetString()) + "]";
+        if (t.m_polyType) s += " kind " + std::to_string(t.m_polyType);
+        if (t.m_dpfu[0] != 1.0 || t.m_dpfu[1] != 1.0) s += " dpfu" + num(t.m_dpfu[0]) + num(t.m_dpfu[1]);
+        if (t.m_freqLow != 0.0 || t.m_freqHigh != 1e38) s += " freq" + num(t.m_freqLow) + num(t.m_freqHigh);
+        if (t.m_timeOff != 0.0) s += " off" + num(t.m_timeOff);
+        if (t.m_ft != 1.0) s += " ft" + num(t.m_ft);
+        if (t.m_poly.count) s += " poly";
+        for (int k = 0; k < t.m_poly.count; ++k) s += num(t.m_poly[k]);
+        if (t.m_nCol) s += " ncol " + std::to_string(t.m_nCol);
+        s += items("index", t.m_index) + items("index2", t.m_index2);
+        if (t.m_tsys.rows) s += " rows " + std::to_string(t.m_tsys.rows);
+    }
+    return s;
 }

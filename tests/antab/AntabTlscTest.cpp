@@ -217,13 +217,17 @@ TEST(AntabTlsc, IndexMatchesScanOnRandomQueries) {
     EXPECT_GE(queries, 100000);
 }
 
-TEST(AntabTlsc, GainRangeAndConstants) {
+TEST(AntabTlsc, Gain) {
     AAntabTlsc t;
     t.m_name = "EF";
     t.m_freqLow = 1e9;
     t.m_freqHigh = 2e9;
     t.m_dpfu[0] = 0.5;
     t.m_dpfu[1] = 0.25;
+    auto poly = [&](std::initializer_list<double> coefficients) {
+        t.m_poly.Free();
+        for (double c : coefficients) t.m_poly.Add(c);
+    };
     AUVXSourceItem src = Source(10, 20);
     double g[2] = {0, 0};
     ASSERT_TRUE(t.GetGain(59215, 1e9, src, g));  // both limits belong to the range
@@ -237,68 +241,53 @@ TEST(AntabTlsc, GainRangeAndConstants) {
     }
 
     // One coefficient: a constant factor, whatever the kind.
-    t.m_poly.Add(0.8);
+    poly({0.8});
     ASSERT_TRUE(t.GetGain(59215, 1.5e9, src, g));
     EXPECT_EQ(g[0], 0.4);
     EXPECT_EQ(g[1], 0.2);
 
     // Two coefficients and no kind.
-    t.m_poly.Add(0.001);
+    poly({0.8, 0.001});
     for (int kind : {0, 7}) {
         t.m_polyType = kind;
         t.m_errMsg = "";
         EXPECT_FALSE(t.GetGain(59215, 1.5e9, src, g));
         EXPECT_EQ(t.m_errMsg, "Error> <AAntabTlsc> AN=EF, m_polyType == 0");
     }
-}
 
-TEST(AntabTlsc, GainPolynomialInElevationAndZenithAngle) {
     // At the north pole a source stands at its declination above the horizon at every hour.
-    AAntabTlsc t;
-    t.m_name = "NP";
     t.m_z = 6356752.0;
     t.m_polyType = 1;
     t.m_dpfu[0] = 2.0;
     t.m_dpfu[1] = 3.0;
-    t.m_poly.Add(1.0);
-    t.m_poly.Add(-0.01);
-    t.m_poly.Add(0.0001);
-    double g[2];
+    poly({1.0, -0.01, 0.0001});
     for (double time : {59215.0, 59215.3, 60000.9}) {
-        AUVXSourceItem src = Source(123.0, 30.0);
-        ASSERT_TRUE(t.GetGain(time, 1e9, src, g));
+        AUVXSourceItem s = Source(123.0, 30.0);
+        ASSERT_TRUE(t.GetGain(time, 1e9, s, g));
         const double p = 1.0 - 0.01 * 30 + 0.0001 * 900;  // 0.79
         EXPECT_NEAR(g[0], 2 * p, 1e-9);
         EXPECT_NEAR(g[1], 3 * p, 1e-9);
     }
     t.m_polyType = 2;  // zenith angle 60
-    t.m_poly.Free();
-    t.m_poly.Add(0.0);
-    t.m_poly.Add(1.0);
-    AUVXSourceItem src = Source(0.0, 30.0);
+    poly({0.0, 1.0});
+    src = Source(0.0, 30.0);
     ASSERT_TRUE(t.GetGain(59215.1, 1e9, src, g));
     EXPECT_NEAR(g[0], 120.0, 1e-8);
     EXPECT_NEAR(g[1], 180.0, 1e-8);
-}
 
-TEST(AntabTlsc, GainPolynomialInHourAngle) {
     // On the equator at longitude 0, at 12h UT of 1 January 2000 (MJD 51544.5): the hour angle of
     // right ascension 0 is the sidereal time, 18.697374558 h = 280.46061837 degrees.
-    AAntabTlsc t;
-    t.m_name = "EQ";
-    t.m_x = 6378137.0;
+    const double r = 6378137.0;
+    t.m_x = r;
+    t.m_z = 0.0;
     t.m_polyType = 3;
+    t.m_dpfu[0] = 1.0;
     t.m_dpfu[1] = 2.0;
-    t.m_poly.Add(0.0);
-    t.m_poly.Add(1.0);
-    AUVXSourceItem src = Source(0.0, 10.0);
-    double g[2];
+    src = Source(0.0, 10.0);
     ASSERT_TRUE(t.GetGain(51544.5, 1e9, src, g));
     EXPECT_NEAR(g[0], 280.46061837, 1e-3);
     EXPECT_NEAR(g[1], 2 * 280.46061837, 2e-3);
     const double h0 = g[0];
-
-    const double r = 6378137.0;
     struct Case {
         double ra, x, y, mjd, offset, tolerance;
         const char* why;
@@ -313,8 +302,8 @@ TEST(AntabTlsc, GainPolynomialInHourAngle) {
     for (const Case& c : cases) {
         t.m_x = c.x;
         t.m_y = c.y;
-        AUVXSourceItem s = Source(c.ra, 10.0);
-        ASSERT_TRUE(t.GetGain(c.mjd, 1e9, s, g));
+        src = Source(c.ra, 10.0);
+        ASSERT_TRUE(t.GetGain(c.mjd, 1e9, src, g));
         EXPECT_NEAR(g[0], h0 + c.offset, c.tolerance) << c.why;
     }
 }
