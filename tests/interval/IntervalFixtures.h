@@ -1,6 +1,7 @@
 // Test fixtures of the interval executive: UVX files built in memory and a host that records its hooks.
 #pragma once
 
+#include <algorithm>
 #include <cstdio>
 #include <cstring>
 #include <functional>
@@ -36,8 +37,7 @@ inline AUVXHeader MakeHeader(int nIF, int nChan, int nStokes) {
     for (int s = 0; s < nStokes && s < 8; ++s) h.stokes[s] = static_cast<std::int16_t>(-1 - s);
     h.nIF = nIF;
     h.nChan = nChan;
-    h.reMin = h.imMin = 0;
-    h.reMax = h.imMax = 0;
+    h.reMin = h.imMin = h.reMax = h.imMax = 0;
     return h;
 }
 
@@ -57,21 +57,24 @@ inline AUVXGroup MakeGroup(double time, int ant1, int ant2, int sourceId = 1) {
 // A record whose elements tell it apart: re = 10 id + e, im = -re / 2, wt = 1. The group's sourceId is
 // `id`, so the records can be recognised wherever they turn up.
 inline Record MakeRecord(int id, double time, int nElem, int ant1 = 1, int ant2 = 2) {
-    Record r;
-    r.group = MakeGroup(time, ant1, ant2, id);
-    for (int e = 0; e < nElem; ++e) {
-        float re = 10.0f * id + e;
-        r.data.push_back(AUVXComplex{re, -re / 2, 1.0f});
-    }
+    Record r{MakeGroup(time, ant1, ant2, id), {}};
+    for (int e = 0; e < nElem; ++e)
+        r.data.push_back(AUVXComplex{10.0f * id + e, -(10.0f * id + e) / 2, 1.0f});
+    return r;
+}
+
+// Record i at times[i], made by MakeRecord(i, ...).
+inline std::vector<Record> RecordsAt(const std::vector<double>& times, int nElem = 1) {
+    std::vector<Record> r;
+    for (std::size_t i = 0; i < times.size(); ++i)
+        r.push_back(MakeRecord(static_cast<int>(i), times[i], nElem));
     return r;
 }
 
 // A table "SL" with the given scans (start, end in seconds from 0h of `refDay`).
 inline void AddScanList(AUVXFile& f, int refDay, const std::vector<std::pair<double, double>>& scans) {
     AUVXTable t("SL");
-    int cs = t.AddColumn("START", 'D');
-    int ce = t.AddColumn("END", 'D');
-    int cid = t.AddColumn("SOURCE ID", 'J');
+    int cs = t.AddColumn("START", 'D'), ce = t.AddColumn("END", 'D'), cid = t.AddColumn("SOURCE ID", 'J');
     t.SetKeyword("REFDAY", static_cast<std::int64_t>(refDay));
     for (const auto& s : scans) {
         int r = t.AddRow();
@@ -132,10 +135,23 @@ inline std::string Num(double v) {
     return buf;
 }
 
+inline bool StartsWith(const std::string& s, const std::string& prefix) {
+    return s.rfind(prefix, 0) == 0;
+}
+
+// The lines of a log that begin with one of `prefixes`, joined by "; ".
+inline std::string Joined(const std::vector<std::string>& log,
+                          std::initializer_list<const char*> prefixes = {"Calculate", "Drop"}) {
+    std::string out;
+    for (const auto& s : log)
+        for (const char* p : prefixes)
+            if (StartsWith(s, p)) out += (out.empty() ? "" : "; ") + s;
+    return out;
+}
+
 // A host that logs every hook call with its arguments. Records are named by their sourceId.
 class RecordingHost final : public AUVXTimeWorks {
 public:
-    using AUVXTimeWorks::DropTimeData;
     using AUVXTimeWorks::GetIndexFromSL;
     using AUVXTimeWorks::GetSkanList;
     using AUVXTimeWorks::m_abortFlag;
@@ -152,21 +168,18 @@ public:
     std::vector<int> percents;
     bool logPercent = true;
     Mode mode = Mode::Nothing;
-    int meanFlags = 0;
-
     std::function<bool(AUVXGroup&, int)> filter;  // default: accept
     int abortAtRecord = -1;                       // raises the abort flag while record k-1 is filtered
-    int failCalculateCall = 0;                    // the n-th Calculate (from 1) gives false
-    int failDropIndex = -1;                       // DropTimeData of this record gives false
-    bool failInit = false;
-    bool failFinalize = false;
-    std::function<void(RecordingHost&)> onInit, onFinalize, onFirstFilter;
+    // Runs after a hook logged its line and before the hook refuses or goes on.
+    std::function<void(RecordingHost&, const std::string&)> on;
+    // The Init, Calculate, Finalize or Drop call whose line begins with this gives false, with the text
+    // "refused <line>".
+    std::string refuseAt;
 
 protected:
     bool Filter(AUVXVisibility& vis, AUVXGroup& group, int index) override {
-        log.push_back("Filter " + std::to_string(index) + " #" + std::to_string(group.sourceId) +
-                      " t=" + Num(group.time) + " re0=" + Num(vis.count > 0 ? vis.data[0].re : -1));
-        if (index == 0 && onFirstFilter) onFirstFilter(*this);
+        Log("Filter " + std::to_string(index) + " #" + std::to_string(group.sourceId) +
+            " t=" + Num(group.time) + " re0=" + Num(vis.count > 0 ? vis.data[0].re : -1));
         if (abortAtRecord >= 1 && index == abortAtRecord - 1 && m_abortFlag != nullptr) *m_abortFlag = 1;
         return filter ? filter(group, index) : true;
     }
@@ -174,50 +187,35 @@ protected:
                                  double end) override {
         std::string s = "Calculate " + Num(start) + " " + Num(end) + " [";
         for (int k = 0; k < groups.count; ++k) s += (k ? " " : "") + std::to_string(groups[k].sourceId);
-        s += "]";
-        if (vis.count != groups.count) s += " COUNT MISMATCH";
-        log.push_back(s);
-        ++calculateCalls;
-        if (calculateCalls == failCalculateCall) {
-            m_errMsg = "calculation refused";
-            return false;
-        }
+        if (!Log(s + "]" + (vis.count != groups.count ? " COUNT MISMATCH" : ""))) return false;
         if (mode == Mode::PassThrough) return WriteData(vis, groups, start, end);
         if (mode == Mode::Average) {
             APtrArray<AUVXVisibility*> outVis;
             AArray<AUVXGroup> outGroups;
-            mean.Calculate(vis, groups, start, end, outVis, outGroups, meanFlags);
+            mean.Calculate(vis, groups, start, end, outVis, outGroups, 0);
             return WriteData(outVis, outGroups, start, end);
         }
         return true;
     }
-    bool IntervalsExec_Init() override {
-        log.push_back("Init");
-        if (onInit) onInit(*this);
-        if (failInit) m_errMsg = "init refused";
-        return !failInit;
-    }
-    bool IntervalsExec_Finalize() override {
-        log.push_back("Finalize");
-        if (onFinalize) onFinalize(*this);
-        if (failFinalize) m_errMsg = "finalize refused";
-        return !failFinalize;
-    }
+    bool IntervalsExec_Init() override { return Log("Init"); }
+    bool IntervalsExec_Finalize() override { return Log("Finalize"); }
     void ShowPercent(int percent) override {
         percents.push_back(percent);
         if (logPercent) log.push_back("Percent " + std::to_string(percent));
     }
     bool DropTimeData(AUVXGroup& group, AUVXVisibility& vis, int index) override {
-        log.push_back("Drop " + std::to_string(index) + " #" + std::to_string(group.sourceId));
-        if (index == failDropIndex) {
-            m_errMsg = "drop refused";
-            return false;
-        }
-        return AUVXTimeWorks::DropTimeData(group, vis, index);
+        return Log("Drop " + std::to_string(index) + " #" + std::to_string(group.sourceId)) &&
+               AUVXTimeWorks::DropTimeData(group, vis, index);
     }
 
 private:
-    int calculateCalls = 0;
+    bool Log(const std::string& line) {
+        log.push_back(line);
+        if (on) on(*this, line);
+        if (refuseAt.empty() || !StartsWith(line, refuseAt)) return true;
+        m_errMsg = ("refused " + line).c_str();
+        return false;
+    }
     AMeanCalc mean;
 };
 
@@ -238,6 +236,17 @@ struct Files {
     bool OpenOutput(AMemFile& copy, AUVXFile& result) {
         copy.Bytes() = outStream.Bytes();
         return result.Open(&copy);
+    }
+    // The tables of the output (opened as `result` from `copy`) are those of the input, in their order,
+    // byte for byte up to the directory of 2 + 8 n bytes behind them.
+    void ExpectSameTables(AMemFile& copy, AUVXFile& result) {
+        const std::vector<unsigned char>&a = inStream.Bytes(), &b = copy.Bytes();
+        const int n = in.TablePositions().count;
+        ASSERT_EQ(result.TablePositions().count, n);
+        const std::int64_t pa = in.TablePositions()[0], pb = result.TablePositions()[0];
+        for (int t = 1; t < n; ++t) EXPECT_EQ(in.TablePositions()[t] - pa, result.TablePositions()[t] - pb);
+        ASSERT_EQ(b.size() - pb, a.size() - pa);
+        EXPECT_TRUE(std::equal(a.begin() + pa, a.end() - (2 + 8 * n), b.begin() + pb));
     }
 };
 
