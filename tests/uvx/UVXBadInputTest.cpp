@@ -15,6 +15,20 @@ using namespace uvxtest;
 
 namespace {
 
+// One damage to a good file: `width` bytes of `value` written at `pos`, or with width 0 the file cut
+// to `pos` bytes; and the text it must give ("" when the file stays readable).
+struct Damage {
+    std::size_t pos;
+    int width;
+    std::int64_t value;
+    std::string error;
+};
+
+std::vector<unsigned char> Apply(std::vector<unsigned char> bytes, const Damage& d) {
+    d.width == 0 ? bytes.resize(d.pos) : Poke(bytes, d.pos, d.width, d.value);
+    return bytes;
+}
+
 // Opens `bytes`; returns the error text, or "" when the file opened.
 std::string OpenError(const std::vector<unsigned char>& bytes) {
     AMemFile mem(bytes);
@@ -31,8 +45,7 @@ std::string TableError(const std::vector<unsigned char>& bytes, const char* name
     AUVXFile in;
     if (!in.Open(&mem)) return "open: " + std::string(in.m_errMsg.GetString());
     std::unique_ptr<AUVXTable> t(in.GetTable(name));
-    if (t) return "";
-    return in.m_errMsg.GetString();
+    return t ? "" : in.m_errMsg.GetString();
 }
 
 }  // namespace
@@ -49,155 +62,104 @@ TEST(UVXBadInput, MissingFile) {
     EXPECT_EQ(in.m_errMsg, "no file is open");
 }
 
-TEST(UVXBadInput, PrologueAndHeader) {
+// Prologue, header, record count and table directory of a file of 10 records and no tables: 32 + 466
+// bytes, 10 x 218 of records, the directory (a count of 0) at 2678; 2680 bytes in all.
+TEST(UVXBadInput, PrologueHeaderAndDirectory) {
     const std::vector<unsigned char> good = FileBytes(10, false);
     ASSERT_EQ(good.size(), 498u + 10 * 218 + 2);
+    ASSERT_EQ(Peek<std::int64_t>(good, 24), 498 + 10 * 218);
     ASSERT_EQ(OpenError(good), "");
+    const std::string dir = " lies outside [2678, 2678]";
+    const Damage cases[] = {
+        {3, 1, 'x', "not a UVX file (wrong magic)"},
+        {0, 0, 0, "truncated prologue: the file has 0 bytes, a UVX file opens with 32"},
+        {20, 0, 0, "truncated prologue: the file has 20 bytes, a UVX file opens with 32"},
+        // A prologue that ends at 31 bytes is still short; one of 32 with a header cut short is not.
+        {31, 0, 0, "truncated prologue: the file has 31 bytes, a UVX file opens with 32"},
+        {32, 0, 0, "truncated header: the file has 32 bytes, the header ends at 498"},
+        {300, 0, 0, "truncated header: the file has 300 bytes, the header ends at 498"},
+        {497, 0, 0, "truncated header: the file has 497 bytes, the header ends at 498"},
+        {8, 4, 2, "unsupported format version 2 (version 1 expected)"},
+        {12, 4, 465, "header size 465 (466 expected)"},
+        {32 + 176, 2, 0, "bad header: nStokes 0 (1..8 expected)"},
+        {32 + 176, 2, 9, "bad header: nStokes 9 (1..8 expected)"},
+        {32 + 198, 4, 0, "bad header: nChan 0 (at least 1 expected)"},
+        {32 + 194, 4, -1, "bad header: nIF -1 (0..32767 expected)"},
+        // 2182 bytes behind the header hold 10 records of 218, not 11.
+        {16, 8, 11, "record count 11 of 218 bytes each does not fit in 2182 bytes behind the header"},
+        {16, 8, 1000000000000LL, "bad record count 1000000000000"},
+        {16, 8, -1, "bad record count -1"},
+        // Fewer records than the stream holds leave unused bytes before the directory: that is allowed.
+        {16, 8, 9, ""},
+        {24, 8, 5000, "table directory at byte 5000" + dir},
+        {24, 8, 2679, "table directory at byte 2679" + dir},  // its count would run past the end
+        {24, 8, 600, "table directory at byte 600" + dir},    // inside the records
+        {24, 8, 0, "incomplete file: it has no table directory (it was not closed)"},
+        {2678, 2, -1, "bad table count -1"},
+        {2678, 2, 1, "truncated table directory: 1 positions do not fit behind byte 2680"},
+    };
+    for (const Damage& d : cases) EXPECT_EQ(OpenError(Apply(good, d)), d.error) << d.pos << " " << d.value;
 
-    std::vector<unsigned char> b = good;
-    b[3] = 'x';
-    EXPECT_EQ(OpenError(b), "not a UVX file (wrong magic)");
-
-    EXPECT_EQ(OpenError(std::vector<unsigned char>(good.begin(), good.begin() + 20)),
-              "truncated prologue: the file has 20 bytes, a UVX file opens with 32");
-    EXPECT_EQ(OpenError({}), "truncated prologue: the file has 0 bytes, a UVX file opens with 32");
-    // A prologue that ends at 31 bytes is still short; one of 32 with a header cut short is not.
-    EXPECT_EQ(OpenError(std::vector<unsigned char>(good.begin(), good.begin() + 31)),
-              "truncated prologue: the file has 31 bytes, a UVX file opens with 32");
-    EXPECT_EQ(OpenError(std::vector<unsigned char>(good.begin(), good.begin() + 300)),
-              "truncated header: the file has 300 bytes, the header ends at 498");
-    EXPECT_EQ(OpenError(std::vector<unsigned char>(good.begin(), good.begin() + 497)),
-              "truncated header: the file has 497 bytes, the header ends at 498");
-
-    b = good;
-    Poke<std::uint32_t>(b, 8, 2);
-    EXPECT_EQ(OpenError(b), "unsupported format version 2 (version 1 expected)");
-    b = good;
-    Poke<std::uint32_t>(b, 12, 465);
-    EXPECT_EQ(OpenError(b), "header size 465 (466 expected)");
-
-    b = good;
-    Poke<std::int16_t>(b, 32 + 176, 0);
-    EXPECT_EQ(OpenError(b), "bad header: nStokes 0 (1..8 expected)");
-    Poke<std::int16_t>(b, 32 + 176, 9);
-    EXPECT_EQ(OpenError(b), "bad header: nStokes 9 (1..8 expected)");
-    b = good;
-    Poke<std::int32_t>(b, 32 + 198, 0);
-    EXPECT_EQ(OpenError(b), "bad header: nChan 0 (at least 1 expected)");
-    b = good;
-    Poke<std::int32_t>(b, 32 + 194, -1);
-    EXPECT_EQ(OpenError(b), "bad header: nIF -1 (0..32767 expected)");
+    // A table position outside [end of records, directory): table 2 of a file of one record.
+    const std::vector<unsigned char> one = FileBytes(1, true);
+    const std::size_t tdir = static_cast<std::size_t>(Peek<std::int64_t>(one, 24));
+    const std::string end = std::to_string(tdir) + ")";
+    for (std::int64_t pos : {std::int64_t{700}, static_cast<std::int64_t>(tdir)})
+        EXPECT_EQ(OpenError(Apply(one, {tdir + 2 + 8 * 2, 8, pos, ""})),
+                  "table 2 at byte " + std::to_string(pos) + " lies outside [716, " + end);
 }
 
-TEST(UVXBadInput, RecordCountAndDirectory) {
-    const std::vector<unsigned char> good = FileBytes(10, false);
-    const std::int64_t dirPos = 498 + 10 * 218;  // 2678; the file is 2680 bytes
-    ASSERT_EQ(Peek<std::int64_t>(good, 24), dirPos);
-
-    std::vector<unsigned char> b = good;
-    // 2182 bytes behind the header hold 10 records of 218, not 11.
-    Poke<std::int64_t>(b, 16, 11);
-    EXPECT_EQ(OpenError(b), "record count 11 of 218 bytes each does not fit in 2182 bytes behind the header");
-    Poke<std::int64_t>(b, 16, 1000000000000LL);
-    EXPECT_EQ(OpenError(b), "bad record count 1000000000000");
-    Poke<std::int64_t>(b, 16, -1);
-    EXPECT_EQ(OpenError(b), "bad record count -1");
-    // Fewer records than the stream holds leave unused bytes before the directory: that is allowed.
-    b = good;
-    Poke<std::int64_t>(b, 16, 9);
-    EXPECT_EQ(OpenError(b), "");
-
-    b = good;
-    Poke<std::int64_t>(b, 24, 5000);
-    EXPECT_EQ(OpenError(b), "table directory at byte 5000 lies outside [2678, 2678]");
-    Poke<std::int64_t>(b, 24, 2679);  // its count would run past the end
-    EXPECT_EQ(OpenError(b), "table directory at byte 2679 lies outside [2678, 2678]");
-    Poke<std::int64_t>(b, 24, 600);  // inside the records
-    EXPECT_EQ(OpenError(b), "table directory at byte 600 lies outside [2678, 2678]");
-    Poke<std::int64_t>(b, 24, 0);
-    EXPECT_EQ(OpenError(b), "incomplete file: it has no table directory (it was not closed)");
-
-    b = good;
-    Poke<std::int16_t>(b, static_cast<std::size_t>(dirPos), -1);
-    EXPECT_EQ(OpenError(b), "bad table count -1");
-    Poke<std::int16_t>(b, static_cast<std::size_t>(dirPos), 1);
-    EXPECT_EQ(OpenError(b), "truncated table directory: 1 positions do not fit behind byte 2680");
-
-    // A table position outside [end of records, directory).
-    std::vector<unsigned char> t = FileBytes(1, true);
-    const std::size_t tdir = static_cast<std::size_t>(Peek<std::int64_t>(t, 24));
-    b = t;
-    Poke<std::int64_t>(b, tdir + 2 + 8 * 2, 700);
-    EXPECT_EQ(OpenError(b), "table 2 at byte 700 lies outside [716, " + std::to_string(tdir) + ")");
-    Poke<std::int64_t>(b, tdir + 2 + 8 * 2, static_cast<std::int64_t>(tdir));
-    EXPECT_EQ(OpenError(b), "table 2 at byte " + std::to_string(tdir) + " lies outside [716, " +
-                                std::to_string(tdir) + ")");
-}
-
-// The AN table is the first behind the records: head at `an`, its three column descriptors at an + 32.
+// The AN table is the first behind the records: head at `an`, its three column descriptors at an + 32,
+// its keyword at an + 140, its rows from an + 180.
 TEST(UVXBadInput, DamagedTables) {
     const std::vector<unsigned char> good = FileBytes(0, true);
-    const std::size_t an = 498;
+    const std::size_t an = 498, rowsAt = an + 32 + 3 * 36 + 40;
     ASSERT_EQ(TableError(good, "AN"), "");
-
-    std::vector<unsigned char> b = good;
-    b[an + 32 + 36 + 28] = 'X';  // type of STABXYZ
-    EXPECT_EQ(TableError(b, "AN"), "Table \"AN\": column 1 (\"STABXYZ\") has unknown type code 88");
-    EXPECT_EQ(TableError(b, "SU"), "");  // the other tables stay readable
-
-    b = good;
-    Poke<std::int32_t>(b, an + 32 + 36 * 2 + 32, 0);  // repeat of NOSTA
-    EXPECT_EQ(TableError(b, "AN"), "Table \"AN\": column 2 (\"NOSTA\") has repeat count 0");
-
-    b = good;
-    Poke<std::int32_t>(b, an + 24, 37);
-    EXPECT_EQ(TableError(b, "AN"), "Table \"AN\": row size 37 disagrees with the columns (36 bytes)");
-    Poke<std::int32_t>(b, an + 24, -36);
-    EXPECT_EQ(TableError(b, "AN"), "Table \"AN\": bad row size -36");
-
-    // Row data that the stream cannot hold: refused before any allocation of that size.
-    b = good;
-    Poke<std::int32_t>(b, an + 20, 100000000);
-    const std::size_t rowsAt = an + 32 + 3 * 36 + 40;
-    EXPECT_EQ(TableError(b, "AN"), "Table \"AN\": its 100000000 rows need 3600000000 bytes, only " +
-                                       std::to_string(good.size() - rowsAt) + " remain");
-
-    b = good;
-    Poke<std::int32_t>(b, an + 16, -1);
-    EXPECT_EQ(TableError(b, "AN"), "Table \"AN\": bad column count -1");
-    Poke<std::int32_t>(b, an + 16, 1 << 30);
-    EXPECT_EQ(TableError(b, "AN"), "Table \"AN\": bad column count 1073741824");
-    b = good;
-    Poke<std::int32_t>(b, an + 28, -2);
-    EXPECT_EQ(TableError(b, "AN"), "Table \"AN\": bad keyword count -2");
-    b = good;
-    b[an + 32 + 3 * 36 + 16] = '?';  // type of the XYZHAND keyword
-    EXPECT_EQ(TableError(b, "AN"), "Table \"AN\": keyword \"XYZHAND\" has unknown type code 63");
+    // Row data that the stream cannot hold is refused before any allocation of that size: far too
+    // many rows, and just one row more than the stream has left.
+    const std::int64_t left = static_cast<std::int64_t>(good.size() - rowsAt), fit = left / 36 + 1;
+    const std::string T = "Table \"AN\": ";
+    const Damage cases[] = {
+        {an + 32 + 36 + 28, 1, 'X', T + "column 1 (\"STABXYZ\") has unknown type code 88"},
+        {an + 32 + 36 * 2 + 32, 4, 0, T + "column 2 (\"NOSTA\") has repeat count 0"},
+        {an + 24, 4, 37, T + "row size 37 disagrees with the columns (36 bytes)"},
+        {an + 24, 4, -36, T + "bad row size -36"},
+        {an + 20, 4, -1, T + "bad row count -1"},
+        {an + 20, 4, 100000000,
+         T + "its 100000000 rows need 3600000000 bytes, only " + std::to_string(left) + " remain"},
+        {an + 20, 4, fit,
+         T + "its " + std::to_string(fit) + " rows need " + std::to_string(fit * 36) + " bytes, only " +
+             std::to_string(left) + " remain"},
+        {an + 16, 4, -1, T + "bad column count -1"},
+        {an + 16, 4, 1 << 30, T + "bad column count 1073741824"},
+        {an + 28, 4, -2, T + "bad keyword count -2"},
+        {an + 32 + 3 * 36 + 16, 1, '?', T + "keyword \"XYZHAND\" has unknown type code 63"},
+    };
+    for (const Damage& d : cases) EXPECT_EQ(TableError(Apply(good, d), "AN"), d.error) << d.pos;
+    // The other tables stay readable.
+    EXPECT_EQ(TableError(Apply(good, cases[0]), "SU"), "");
 
     // Reading a table straight from a stream that is empty or ends inside it.
-    AMemFile none;
-    AUVXTable t0(none);
-    EXPECT_FALSE(t0.IsValid());
-    EXPECT_EQ(t0.m_errMsg, "Truncated table at byte 0: its 32-byte head is incomplete");
-    AMemFile cut(std::vector<unsigned char>(good.begin() + an, good.begin() + an + 32 + 50));
-    AUVXTable t1(cut);
-    EXPECT_FALSE(t1.IsValid());
-    EXPECT_EQ(t1.m_errMsg, "Table \"AN\": truncated column descriptors");
-    EXPECT_EQ(t1.nCols, 0);
-    EXPECT_EQ(t1.columns, nullptr);
-    EXPECT_EQ(t1.rows, nullptr);
+    const Damage cuts[] = {{0, 0, 0, "Truncated table at byte 0: its 32-byte head is incomplete"},
+                           {32 + 50, 0, 0, T + "truncated column descriptors"},
+                           {32 + 3 * 36 + 20, 0, 0, T + "truncated keywords"}};
+    for (const Damage& d : cuts) {
+        AMemFile cut(Apply(std::vector<unsigned char>(good.begin() + an, good.end()), d));
+        AUVXTable t(cut);
+        EXPECT_FALSE(t.IsValid());
+        EXPECT_EQ(t.m_errMsg, d.error);
+        EXPECT_EQ(t.nCols, 0);
+        EXPECT_EQ(t.columns, nullptr);
+        EXPECT_EQ(t.rows, nullptr);
+    }
 }
 
 // Every prefix of a complete file is refused with a text; every byte outside the records, flipped, gives
 // either a refusal with a text or tables that are consistent with their own columns.
 TEST(UVXBadInput, TruncationsAndFlippedBytes) {
     const std::vector<unsigned char> good = FileBytes(2, true);
-    for (std::size_t n = 0; n < good.size(); ++n) {
-        const std::string err =
-            OpenError(std::vector<unsigned char>(good.begin(), good.begin() + static_cast<long>(n)));
-        ASSERT_FALSE(err.empty()) << "prefix of " << n << " bytes opened";
-    }
-    const char* names[] = {"AN", "SU", "FQ", "SL", "AI"};
+    for (std::size_t n = 0; n < good.size(); ++n)
+        ASSERT_NE(OpenError(Apply(good, {n, 0, 0, ""})), "") << "prefix of " << n << " bytes opened";
     const std::size_t recordsBegin = 498, recordsEnd = 498 + 2 * 218;
     for (std::size_t i = 0; i < good.size(); ++i) {
         if (i >= recordsBegin && i < recordsEnd) continue;
@@ -210,7 +172,7 @@ TEST(UVXBadInput, TruncationsAndFlippedBytes) {
                 ASSERT_FALSE(in.m_errMsg.IsEmpty()) << "byte " << i;
                 continue;
             }
-            for (const char* name : names) {
+            for (const char* name : {"AN", "SU", "FQ", "SL", "AI"}) {
                 std::unique_ptr<AUVXTable> t(in.GetTable(name));
                 if (!t) continue;
                 ASSERT_TRUE(t->IsValid());

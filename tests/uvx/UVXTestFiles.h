@@ -3,6 +3,7 @@
 
 #include <cstdint>
 #include <cstring>
+#include <initializer_list>
 #include <vector>
 
 #include <merovane/foundation/AMemFile.h>
@@ -12,141 +13,105 @@
 
 namespace uvxtest {
 
-// Two IFs, four channels, two products: 26 + 12 x 2 x 4 x 2 = 218 bytes a record.
+// Two IFs, four channels, two products: 26 + 12 x 2 x 4 x 2 = 218 bytes a record. Every byte is set
+// (the library interprets only the shape and the reference frequency), so that a byte lost or moved
+// on the way shows.
 inline AUVXHeader MakeHeader() {
     AUVXHeader h;
-    AUVXHeader::SetText(h.dateObs, 12, "2010-12-24");
-    h.refJD = 2455554.5;
-    AUVXHeader::SetText(h.object, 16, "MULTI");
-    AUVXHeader::SetText(h.telescope, 16, "TESTARRAY");
+    auto* bytes = reinterpret_cast<unsigned char*>(&h);
+    for (std::size_t i = 0; i < sizeof(h); ++i) bytes[i] = static_cast<unsigned char>(i * 7 + 1);
     h.refFreq = 4.6e9;
-    h.chanWidth = 2.0e6;
-    h.totalBandwidth = 8.0e6;
-    h.equinox = 2000.0;
-    h.intTime = 2.0f;
-    h.refChan = 1;
-    h.sideband = 1;
     h.nStokes = 2;
-    h.stokes[0] = -1;
-    h.stokes[1] = -2;
     h.nIF = 2;
     h.nChan = 4;
-    std::memset(h.reserved + 100, 0x5A, 8);  // bytes the library does not interpret must survive too
     return h;
 }
 
 inline constexpr int kRecordBytes = 26 + 12 * 2 * 4 * 2;
 
-// The bytes of record k under MakeHeader(): a group with distinct fields and a cube whose elements
-// all differ, so that a shifted or reordered record shows.
+// The bytes of record k under MakeHeader(): a byte pattern, and the group's time 3600 + 2k s at
+// byte 16 so that no two records are alike and a shifted or reordered record shows.
 inline std::vector<unsigned char> MakeRecord(int k) {
     std::vector<unsigned char> bytes(kRecordBytes);
-    AUVXGroup g;
-    g.flags = static_cast<std::uint8_t>(k & 1);
-    g.freqId = 1;
-    g.sourceId = static_cast<std::int16_t>(1 + k % 3);
-    g.u = 1.5f * k;
-    g.v = -0.25f * k;
-    g.w = 0.125f;
-    g.time = 3600.0 + 2.0 * k;
-    g.ant1 = static_cast<std::int8_t>(1 + k % 4);
-    g.ant2 = static_cast<std::int8_t>(2 + k % 5);
-    std::memcpy(bytes.data(), &g, 26);
-    for (int e = 0; e < 16; ++e) {
-        AUVXComplex c{static_cast<float>(k) + 0.5f * e, -static_cast<float>(e), e == 3 ? -1.0f : 1.0f};
-        std::memcpy(bytes.data() + 26 + 12 * e, &c, 12);
-    }
+    for (int i = 0; i < kRecordBytes; ++i) bytes[i] = static_cast<unsigned char>(i * 7 + k * 31);
+    const double time = 3600.0 + 2.0 * k;
+    std::memcpy(bytes.data() + 16, &time, 8);
     return bytes;
 }
 
-inline void AddAN(AUVXTable& t, bool leftHanded) {
-    t.SetName("AN");
-    t.AddColumn("ANNAME", 'A', 8);
-    t.AddColumn("STABXYZ", 'D', 3, "METERS");
-    t.AddColumn("NOSTA", 'J');
-    t.SetKeyword("XYZHAND", leftHanded ? "LEFT" : "RIGHT");
-    const char* names[] = {"EF", "WB", "JODRELL2", "ON"};
-    const int ids[] = {1, 2, 3, 5};
-    for (int i = 0; i < 4; ++i) {
-        int r = t.AddRow();
-        t.SetText(r, 0, names[i]);
-        t.SetDouble(r, 1, 4033947.0 + i, 0);
-        t.SetDouble(r, 1, 486990.5 - i, 1);
-        t.SetDouble(r, 1, 4900430.25 * (i + 1), 2);
-        t.SetDouble(r, 2, ids[i]);
-    }
+// Bytes of the five tables of WriteFile as stored (head 32, columns 36, keywords 40 each); rows: AN
+// 8+24+4, SU 4+16+8+8, FQ 4+16+8+8+8, SL 8+8+4, AI 8+4+4+4+4 bytes.
+inline constexpr std::size_t kTableBytes = (32 + 3 * 36 + 1 * 40 + 4 * 36) + (32 + 4 * 36 + 3 * 36) +
+                                           (32 + 5 * 36 + 2 * 44) + (32 + 3 * 36 + 40 + 3 * 20) +
+                                           (32 + 5 * 36 + 3 * 40 + 4 * 24);
+
+// Appends a row and fills its numeric cells from `values`, column after column and element after
+// element; text columns take no value.
+inline int AddRow(AUVXTable& t, std::initializer_list<double> values) {
+    const int r = t.AddRow();
+    const double* v = values.begin();
+    for (int c = 0; c < t.nCols; ++c)
+        for (int e = 0; t.ParseFormat(c).type != 'A' && e < t.ParseFormat(c).count; ++e)
+            t.SetDouble(r, c, *v++, e);
+    return r;
 }
 
-inline void AddSU(AUVXTable& t) {
-    t.SetName("SU");
-    t.AddColumn("ID. NO.", 'J');
-    t.AddColumn("SOURCE", 'A', 16);
-    t.AddColumn("RAEPO", 'D', 1, "DEGREES");
-    t.AddColumn("DECEPO", 'D', 1, "DEGREES");
-    const char* names[] = {"J0414+053", "3C84", "A-SIXTEEN-CHARS!"};
-    for (int i = 0; i < 3; ++i) {
-        int r = t.AddRow();
-        t.SetDouble(r, 0, i + 1);
-        t.SetText(r, 1, names[i]);
-        t.SetDouble(r, 2, 63.5 + 10.0 * i);
-        t.SetDouble(r, 3, -5.25 + i);
-    }
+// A table column: name, type, repeat count, unit.
+struct Col {
+    const char* name;
+    char type;
+    int repeat;
+    const char* unit;
+};
+
+inline void Columns(AUVXTable& t, const char* name, std::initializer_list<Col> cols) {
+    t.SetName(name);
+    for (const Col& c : cols) t.AddColumn(c.name, c.type, c.repeat, c.unit);
 }
 
-inline void AddFQ(AUVXTable& t) {
-    t.SetName("FQ");
-    t.AddColumn("FRQSEL", 'J');
-    t.AddColumn("IF FREQ", 'D', 2, "HZ");
-    t.AddColumn("CH WIDTH", 'E', 2, "HZ");
-    t.AddColumn("TOTAL BANDWIDTH", 'E', 2, "HZ");
-    t.AddColumn("SIDEBAND", 'J', 2);
-    for (int i = 0; i < 2; ++i) {
-        int r = t.AddRow();
-        t.SetDouble(r, 0, i + 1);
-        t.SetDouble(r, 1, 0.0 + 1.0e8 * i, 0);
-        t.SetDouble(r, 1, 8.0e6 + 1.0e8 * i, 1);
-        t.SetDouble(r, 2, 2.0e6, 0);
-        t.SetDouble(r, 2, 2.0e6, 1);
-        t.SetDouble(r, 3, 8.0e6, 0);
-        t.SetDouble(r, 3, 8.0e6, 1);
-        t.SetDouble(r, 4, 1, 0);
-        t.SetDouble(r, 4, -1, 1);
+// The five tables a complete file holds, in the order WriteFile adds them.
+struct Tables {
+    AUVXTable an, su, fq, sl, ai;
+    explicit Tables(bool leftHanded = false) {
+        // Stations with IDs 1, 2, 3, 5.
+        Columns(an, "AN", {{"ANNAME", 'A', 8, ""}, {"STABXYZ", 'D', 3, "METERS"}, {"NOSTA", 'J', 1, ""}});
+        an.SetKeyword("XYZHAND", leftHanded ? "LEFT" : "RIGHT");
+        const char* stations[] = {"EF", "WB", "JODRELL2", "ON"};
+        for (int i = 0; i < 4; ++i)
+            an.SetText(AddRow(an, {4033947.0 + i, 486990.5 - i, 4900430.25 * (i + 1), i < 3 ? i + 1.0 : 5.0}),
+                       0, stations[i]);
+        Columns(su, "SU",
+                {{"ID. NO.", 'J', 1, ""},
+                 {"SOURCE", 'A', 16, ""},
+                 {"RAEPO", 'D', 1, "DEGREES"},
+                 {"DECEPO", 'D', 1, "DEGREES"}});
+        const char* sources[] = {"J0414+053", "3C84", "A-SIXTEEN-CHARS!"};
+        for (int i = 0; i < 3; ++i)
+            su.SetText(AddRow(su, {i + 1.0, 63.5 + 10.0 * i, -5.25 + i}), 1, sources[i]);
+        Columns(fq, "FQ",
+                {{"FRQSEL", 'J', 1, ""},
+                 {"IF FREQ", 'D', 2, "HZ"},
+                 {"CH WIDTH", 'E', 2, "HZ"},
+                 {"TOTAL BANDWIDTH", 'E', 2, "HZ"},
+                 {"SIDEBAND", 'J', 2, ""}});
+        for (int i = 0; i < 2; ++i)
+            AddRow(fq, {i + 1.0, 1.0e8 * i, 8.0e6 + 1.0e8 * i, 2.0e6, 2.0e6, 8.0e6, 8.0e6, 1, -1});
+        Columns(sl, "SL",
+                {{"START", 'D', 1, "SECONDS"}, {"END", 'D', 1, "SECONDS"}, {"SOURCE ID", 'J', 1, ""}});
+        sl.SetKeyword("REFDAY", 55554);
+        for (int i = 0; i < 3; ++i) AddRow(sl, {3600.0 + 200.0 * i, 3600.0 + 200.0 * i + 150.0, i + 1.0});
+        Columns(ai, "AI",
+                {{"TIME", 'D', 1, "DAYS"},
+                 {"TIME_INTERVAL", 'E', 1, "DAYS"},
+                 {"ANTENNA_NO", 'J', 1, ""},
+                 {"NO_LEVELS", 'J', 1, ""},
+                 {"FREQID", 'J', 1, ""}});
+        ai.SetKeyword("OBSCODE", "TEST1");
+        ai.SetKeyword("NO_STKD", 2);
+        ai.SetKeyword("REF_FREQ", 4.6e9);
+        for (int i = 0; i < 4; ++i) AddRow(ai, {0.5, 1.0, i + 1.0, i == 3 ? 2.0 : 4.0, 1});
     }
-}
-
-inline void AddSL(AUVXTable& t) {
-    t.SetName("SL");
-    t.AddColumn("START", 'D', 1, "SECONDS");
-    t.AddColumn("END", 'D', 1, "SECONDS");
-    t.AddColumn("SOURCE ID", 'J');
-    t.SetKeyword("REFDAY", 55554);
-    for (int i = 0; i < 3; ++i) {
-        int r = t.AddRow();
-        t.SetDouble(r, 0, 3600.0 + 200.0 * i);
-        t.SetDouble(r, 1, 3600.0 + 200.0 * i + 150.0);
-        t.SetDouble(r, 2, i + 1);
-    }
-}
-
-inline void AddAI(AUVXTable& t) {
-    t.SetName("AI");
-    t.AddColumn("TIME", 'D', 1, "DAYS");
-    t.AddColumn("TIME_INTERVAL", 'E', 1, "DAYS");
-    t.AddColumn("ANTENNA_NO", 'J');
-    t.AddColumn("NO_LEVELS", 'J');
-    t.AddColumn("FREQID", 'J');
-    t.SetKeyword("OBSCODE", "TEST1");
-    t.SetKeyword("NO_STKD", 2);
-    t.SetKeyword("REF_FREQ", 4.6e9);
-    for (int i = 0; i < 4; ++i) {
-        int r = t.AddRow();
-        t.SetDouble(r, 0, 0.5);
-        t.SetDouble(r, 1, 1.0);
-        t.SetDouble(r, 2, i + 1);
-        t.SetDouble(r, 3, i == 3 ? 2 : 4);
-        t.SetDouble(r, 4, 1);
-    }
-}
+};
 
 // Writes a complete file through the creation sequence: `nRecords` records from MakeRecord and, with
 // `tables`, the tables AN (left-handed if asked), SU, FQ, SL and AI in this order.
@@ -154,24 +119,23 @@ inline bool WriteFile(AUVXFile& out, int nRecords, bool tables, bool leftHanded 
     AUVXHeader h = MakeHeader();
     if (!out.Write(h)) return false;
     out.SeekUVGroup(0);
-    for (int k = 0; k < nRecords; ++k) {
-        std::vector<unsigned char> rec = MakeRecord(k);
-        if (!out.file->Write(rec.data(), kRecordBytes)) return false;
-    }
+    for (int k = 0; k < nRecords; ++k)
+        if (!out.file->Write(MakeRecord(k).data(), kRecordBytes)) return false;
     h.reMin = -1.0;
     h.reMax = 2.0;
     if (!out.Write(h)) return false;
     if (tables) {
-        AUVXTable an, su, fq, sl, ai;
-        AddAN(an, leftHanded);
-        AddSU(su);
-        AddFQ(fq);
-        AddSL(sl);
-        AddAI(ai);
-        for (AUVXTable* t : {&an, &su, &fq, &sl, &ai})
-            if (!out.AddTable(*t)) return false;
+        Tables t(leftHanded);
+        for (AUVXTable* table : {&t.an, &t.su, &t.fq, &t.sl, &t.ai})
+            if (!out.AddTable(*table)) return false;
     }
     return out.Close() != 0;
+}
+
+// The bytes `t` stores: its head, columns, keywords and rows.
+inline std::vector<unsigned char> Stored(const AUVXTable& t) {
+    AMemFile mem;
+    return t.Store(mem) ? mem.Bytes() : std::vector<unsigned char>();
 }
 
 // A complete file in memory.
@@ -182,9 +146,9 @@ inline std::vector<unsigned char> FileBytes(int nRecords, bool tables, bool left
     return mem.Bytes();
 }
 
-template <class T>
-inline void Poke(std::vector<unsigned char>& bytes, std::size_t pos, T value) {
-    std::memcpy(bytes.data() + pos, &value, sizeof(T));
+// The low `width` bytes of `value` written at `pos`, little-endian as the file is.
+inline void Poke(std::vector<unsigned char>& bytes, std::size_t pos, int width, std::int64_t value) {
+    std::memcpy(bytes.data() + pos, &value, static_cast<std::size_t>(width));
 }
 
 template <class T>
