@@ -325,10 +325,8 @@ TEST(AntabCalibrate, InitAndCheckValidMessages) {
     rr.Open();
     AAntabData c;
     EXPECT_TRUE(c.Init(rr.file));
-    EXPECT_EQ(c.m_nPol, 1);
-    EXPECT_EQ(c.m_nIF, 1);
     const double refJD = c.m_header.refJD;  // a packed field: read it by value
-    EXPECT_EQ(refJD, 2459215.5);
+    EXPECT_EQ(D(c.m_nPol, c.m_nIF, refJD), D(1, 1, 2459215.5));
 
     AntabTestUvx noAn;
     noAn.withAN = false;
@@ -385,16 +383,13 @@ TEST(AntabCalibrate, BindingToTheAntennaTable) {
                          "GAIN AA ELEV /\nTSYS AA INDEX='R1' /\n1 0:00 5\n"
                          "GAIN AA ELEV /\nTSYS AA INDEX='R1' /\n1 0:00 7\n"))
         << d.GetErrMsg().GetString();
-    AAntabTlsc& zz = *d.m_tlscs[0];
-    AAntabTlsc& bb = *d.m_tlscs[1];
-    EXPECT_EQ(zz.m_antID, -1);
-    EXPECT_EQ(zz.m_tsys.Row(0)[0], 42.0);  // a station outside the AN table is passed over
-    EXPECT_EQ(bb.m_antID, 17);
-    EXPECT_EQ(bb.m_x, 3828750.7);
-    EXPECT_EQ(bb.m_y, -442589.2);  // left-handed table: y negated
-    EXPECT_EQ(bb.m_z, 5064921.6);
-    EXPECT_EQ(bb.m_tsys.Row(0)[0], 59217.0);
-    EXPECT_EQ(bb.m_tsys.Row(0)[1], 0.5);
+    // ZZ, outside the AN table, is passed over: ID -1, its day undated. BB: ID 17, position with y
+    // negated (a left-handed table), day 3 of 2021 dated to MJD 59217.
+    const AAntabTlsc& zz = *d.m_tlscs[0];
+    const AAntabTlsc& bb = *d.m_tlscs[1];
+    EXPECT_EQ(D(zz.m_antID, zz.m_tsys.Row(0)[0], bb.m_antID, bb.m_x, bb.m_y, bb.m_z, bb.m_tsys.Row(0)[0],
+                bb.m_tsys.Row(0)[1]),
+              D(-1, 42, 17, 3828750.7, -442589.2, 5064921.6, 59217, 0.5));
 
     // A second GAIN under the same name is never used: the first with the ID serves.
     AUVXGroup g = Group(1, 17);

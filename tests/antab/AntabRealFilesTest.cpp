@@ -86,28 +86,22 @@ TEST(AntabRealFiles, EachFileWithItsOutcome) {
     auto tlsc = [&](int file, int i) -> AAntabTlsc& { return *f[file]->data.m_tlscs[i]; };
 
     // EVN BD: FT in front of TIMEOFF is lost (1.0 anyway); FREQ has one number; POLY on its own line.
+    // Its first row "311 20:59.95  53.0 ..." holds R1 53.0 and L8 60.7. Listed: frequency range,
+    // third coefficient, columns, rows, R1 and L8 of the first row.
     AAntabTlsc& bd = tlsc(0, 0);
-    EXPECT_EQ(bd.m_freqLow, 1380e6);
-    EXPECT_EQ(bd.m_freqHigh, 1e38);
     ASSERT_EQ(bd.m_poly.count, 3);
-    EXPECT_EQ(bd.m_poly[2], -5.43E-5);
-    EXPECT_EQ(bd.m_nCol, 16);
-    EXPECT_EQ(bd.m_tsys.rows, 76);
-    EXPECT_EQ(bd.m_tsys.Row(0)[2], 53.0);   // R1 of "311 20:59.95  53.0 ..."
-    EXPECT_EQ(bd.m_tsys.Row(0)[17], 60.7);  // L8
-    // CM: POLY in front of FREQ on the GAIN line is lost.
-    EXPECT_EQ(tlsc(0, 1).m_poly.count, 0);
-    EXPECT_EQ(tlsc(0, 1).m_freqHigh, 100000e6);
-    EXPECT_EQ(tlsc(0, 1).m_nCol, 8);
+    EXPECT_EQ(D(bd.m_freqLow, bd.m_freqHigh, bd.m_poly[2], bd.m_nCol, bd.m_tsys.rows, bd.m_tsys.Row(0)[2],
+                bd.m_tsys.Row(0)[17]),
+              D(1380e6, 1e38, -5.43E-5, 16, 76, 53.0, 60.7));
+    // CM: POLY in front of FREQ on the GAIN line is lost. Coefficients, upper frequency, columns.
+    EXPECT_EQ(D(tlsc(0, 1).m_poly.count, tlsc(0, 1).m_freqHigh, tlsc(0, 1).m_nCol), D(0, 100000e6, 8));
 
-    // The other BD: "DPFU = 0.206, 0.204": the blank ends the list.
+    // The other BD: "DPFU = 0.206, 0.204": the blank ends the list. DPFU, frequency range, the
+    // polarisations of the first two INDEX items.
     AAntabTlsc& bd2 = tlsc(1, 0);
-    EXPECT_EQ(bd2.m_dpfu[0], 0.206);
-    EXPECT_EQ(bd2.m_dpfu[1], 0.206);
-    EXPECT_EQ(bd2.m_freqLow, 1412.4e6);
-    EXPECT_EQ(bd2.m_freqHigh, 1e38);
-    EXPECT_EQ(bd2.m_index[0].pol, -2);
-    EXPECT_EQ(bd2.m_index[1].pol, -1);
+    EXPECT_EQ(D(bd2.m_dpfu[0], bd2.m_dpfu[1], bd2.m_freqLow, bd2.m_freqHigh, bd2.m_index[0].pol,
+                bd2.m_index[1].pol),
+              D(0.206, 0.206, 1412.4e6, 1e38, -2, -1));
     EXPECT_STREQ(tlsc(1, 3).m_name, "");
 
     EXPECT_EQ(tlsc(2, 3).m_dpfu[1], 0.0077);  // a single DPFU value for both
@@ -115,21 +109,17 @@ TEST(AntabRealFiles, EachFileWithItsOutcome) {
 
     // ALMA with LL: "115 21:0.0043  1.9592 ... 1.9565": day 115 of 2021 is MJD 59329.
     AAntabTlsc& aa = tlsc(6, 0);
-    EXPECT_EQ(aa.m_dpfu[1], 0.029);
-    EXPECT_EQ(aa.m_tsys.rows, 21346);
+    EXPECT_EQ(D(aa.m_dpfu[1], aa.m_tsys.rows), D(0.029, 21346));
     double v = 0;
     ASSERT_TRUE(aa.GetTsys(59329 + (21 * 60 + 0.0043) / 1440.0, 7, v));
     EXPECT_NEAR(v, 1.9565, 1e-9);
 
     // Effelsberg 3 mm: loads, binds and calibrates.
     AAntabTlsc& ef = tlsc(7, 0);
-    EXPECT_EQ(ef.m_antID, 1);
-    EXPECT_EQ(ef.m_freqLow, 84000e6);
-    EXPECT_EQ(ef.m_freqHigh, 95500e6);
     ASSERT_EQ(ef.m_poly.count, 6);
-    EXPECT_EQ(ef.m_poly[0], -2.5562e-01);
-    EXPECT_EQ(ef.m_poly[5], -2.0261e-09);
-    EXPECT_EQ(ef.m_tsys.rows, 2284);
+    // ID, frequency range, first and last coefficient, rows.
+    EXPECT_EQ(D(ef.m_antID, ef.m_freqLow, ef.m_freqHigh, ef.m_poly[0], ef.m_poly[5], ef.m_tsys.rows),
+              D(1, 84000e6, 95500e6, -2.5562e-01, -2.0261e-09, 2284));
     // Day 113 of 2021 is MJD 59327. First row "113 09:00.33 169.7 ... 195.5", second "113 09:00.67
     // ... 196.4"; the last "114 13:51.00 195.2 ... 224.2".
     const double t0 = 59327 + (9 * 60 + 0.33) / 1440.0;

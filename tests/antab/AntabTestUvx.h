@@ -102,6 +102,12 @@ public:
     AUVXFile file;
 };
 
+// Several numbers as one list of doubles, so that a group of exact checks reads as one.
+template <class... T>
+std::vector<double> D(T... values) {
+    return {static_cast<double>(values)...};
+}
+
 // Loads `text` into `data` as an ANTAB stream.
 inline bool LoadText(AAntabData& data, const std::string& text) {
     std::istringstream in(text);

@@ -9,6 +9,8 @@
 #include <merovane/antab/AAntabTlsc.h>
 #include <merovane/platform/Afx.h>
 
+#include "AntabTestUvx.h"
+
 namespace {
 
 // A telescope named AA with one row per entry of `rows`: {day, fraction, values...}.
@@ -319,11 +321,10 @@ TEST(AntabTlsc, CopyAndMove) {
 
     AAntabTlsc b(a);
     EXPECT_STREQ(b.m_name, "ON");
-    EXPECT_EQ(b.m_dpfu[1], 0.7);
-    EXPECT_EQ(b.m_tsys.rows, 2);
-    EXPECT_EQ(b.m_tsys.capacity, 2);
-    EXPECT_EQ(b.m_poly.capacity, 1);
-    EXPECT_EQ(b.m_index.capacity, 1);
+    // DPFU, rows; copies hold just what they need: capacities equal to the counts.
+    EXPECT_EQ(D(b.m_dpfu[1], b.m_tsys.rows, b.m_tsys.capacity, b.m_poly.capacity, b.m_index.capacity,
+                b.m_index2.count),
+              D(0.7, 2, 2, 1, 1, 1));
     EXPECT_NE(b.m_tsys.data, a.m_tsys.data);
     EXPECT_NE(b.m_poly.data, a.m_poly.data);
     b.m_tsys.Row(1)[2] = 60;
