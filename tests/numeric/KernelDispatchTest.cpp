@@ -1,13 +1,14 @@
 // Processor survey, selection rule, environment override, dispatch tables and the module start.
 #include <gtest/gtest.h>
 
-#include <cstdio>
 #include <cstdlib>
 
 #include <merovane/numeric/DllMain.h>
 #include <merovane/numeric/KernelDispatch.h>
 #include <merovane/numeric/QRKernels.h>
 #include <merovane/numeric/QRVariants.h>
+
+#include "QRTestSupport.h"
 
 namespace {
 
@@ -16,9 +17,8 @@ constexpr std::uint32_t kEcxSSE3 = 1u << 0, kEcxPCLMUL = 1u << 1, kEcxSSSE3 = 1u
                         kEcxSSE42 = 1u << 20, kEcxMOVBE = 1u << 22, kEcxAES = 1u << 25,
                         kEcxOSXSAVE = 1u << 27, kEcxAVX = 1u << 28;
 constexpr std::uint32_t kEdxMMX = 1u << 23, kEdxSSE = 1u << 25, kEdxSSE2 = 1u << 26;
-constexpr std::uint64_t kXcr0SseAvx = 0x6;
 
-TEST(CpuFeaturesTest, RegisterBitsMapToFeatureBits) {
+TEST(CpuFeaturesTest, RegistersMapToFeatureBits) {
     struct Case {
         std::uint32_t ecx, edx;
         std::uint64_t bit;
@@ -31,23 +31,19 @@ TEST(CpuFeaturesTest, RegisterBitsMapToFeatureBits) {
     for (const Case& c : cases)
         EXPECT_EQ(CpuFeaturesFromRegisters(0x600, c.ecx, c.edx, 0, 0), c.bit) << c.bit;
     EXPECT_EQ(CpuFeaturesFromRegisters(0x600, 0, 0, 0, 0), 0u);
-}
-
-TEST(CpuFeaturesTest, AvxStateNeedsOsxsaveAvxAndBothXcr0Bits) {
+    // The saved AVX state needs OSXSAVE, AVX and both XCR0 bits 1 and 2.
     const std::uint32_t both = kEcxOSXSAVE | kEcxAVX;
-    EXPECT_EQ(CpuFeaturesFromRegisters(0x600, both, 0, kXcr0SseAvx, 0), (1u << 8) | (1u << 9));
+    EXPECT_EQ(CpuFeaturesFromRegisters(0x600, both, 0, 0x6, 0), (1u << 8) | (1u << 9));
     EXPECT_EQ(CpuFeaturesFromRegisters(0x600, both, 0, 0x7, 0), (1u << 8) | (1u << 9));
     EXPECT_EQ(CpuFeaturesFromRegisters(0x600, both, 0, 0x2, 0), 1u << 8);
     EXPECT_EQ(CpuFeaturesFromRegisters(0x600, both, 0, 0x4, 0), 1u << 8);
-    EXPECT_EQ(CpuFeaturesFromRegisters(0x600, kEcxAVX, 0, kXcr0SseAvx, 0), 1u << 8);
-    EXPECT_EQ(CpuFeaturesFromRegisters(0x600, kEcxOSXSAVE, 0, kXcr0SseAvx, 0), 0u);
-}
-
-TEST(CpuFeaturesTest, ExtraFeatureOnlyForFamilyB) {
+    EXPECT_EQ(CpuFeaturesFromRegisters(0x600, kEcxAVX, 0, 0x6, 0), 1u << 8);
+    EXPECT_EQ(CpuFeaturesFromRegisters(0x600, kEcxOSXSAVE, 0, 0x6, 0), 0u);
+    // The extra feature only for family field (EAX bits 8..11) 0xB.
     EXPECT_EQ(CpuFeaturesFromRegisters(0xB00, 0, 0, 0, 0x2), 1u << 12);
     EXPECT_EQ(CpuFeaturesFromRegisters(0xB00, 0, 0, 0, 0x1), 0u);
     EXPECT_EQ(CpuFeaturesFromRegisters(0x600, 0, 0, 0, 0x2), 0u);
-    EXPECT_EQ(CpuFeaturesFromRegisters(0xBB00, 0, 0, 0, 0x2), 1u << 12);  // only bits 8..11 count
+    EXPECT_EQ(CpuFeaturesFromRegisters(0xBB00, 0, 0, 0, 0x2), 1u << 12);
     EXPECT_EQ(CpuFeaturesFromRegisters(0x1A00, 0, 0, 0, 0x2), 0u);
 }
 
@@ -65,28 +61,28 @@ TEST(CpuFeaturesTest, ProcessorWordIsReadOnceAndConsistent) {
     }
 }
 
+// MOVBE without SSSE3 counts for nothing; SSE4.1 without AVX gives 4, with or without MOVBE; AVX
+// without the saved state counts as absent, the state alone is nothing either; bits 7 and 10..12 take
+// no part.
 TEST(KernelDispatchTest, SelectionRule) {
     const std::uint64_t sse3 = 1u << 3, ssse3 = 1u << 4, movbe = 1u << 5, sse41 = 1u << 6, avx = 1u << 8,
-                        avxState = 1u << 9;
-    const std::uint64_t baseline = (1u << 0) | (1u << 1) | (1u << 2);
-    EXPECT_EQ(KernelIndexForFeatures(0), 0);
-    EXPECT_EQ(KernelIndexForFeatures(baseline), 0);
-    EXPECT_EQ(KernelIndexForFeatures(baseline | sse3), 1);
-    EXPECT_EQ(KernelIndexForFeatures(baseline | sse3 | ssse3), 2);
-    EXPECT_EQ(KernelIndexForFeatures(baseline | sse3 | ssse3 | movbe), 3);
-    // MOVBE without SSSE3 counts for nothing.
-    EXPECT_EQ(KernelIndexForFeatures(baseline | sse3 | movbe), 1);
-    EXPECT_EQ(KernelIndexForFeatures(baseline | movbe), 0);
-    // SSE4.1 without AVX gives 4, with or without MOVBE.
-    EXPECT_EQ(KernelIndexForFeatures(baseline | sse3 | ssse3 | sse41), 4);
-    EXPECT_EQ(KernelIndexForFeatures(baseline | sse3 | ssse3 | movbe | sse41), 4);
-    // AVX without the saved state counts as absent; the state alone is nothing either.
-    EXPECT_EQ(KernelIndexForFeatures(baseline | sse3 | ssse3 | sse41 | avx), 4);
-    EXPECT_EQ(KernelIndexForFeatures(baseline | sse3 | ssse3 | sse41 | avxState), 4);
-    EXPECT_EQ(KernelIndexForFeatures(baseline | sse3 | ssse3 | sse41 | avx | avxState), 5);
-    EXPECT_EQ(KernelIndexForFeatures(avx | avxState), 5);
-    // Bits 7 and 10..12 take no part.
-    EXPECT_EQ(KernelIndexForFeatures(baseline | (1u << 7) | (1u << 10) | (1u << 11) | (1u << 12)), 0);
+                        avxState = 1u << 9, base = (1u << 0) | (1u << 1) | (1u << 2);
+    const std::pair<std::uint64_t, int> cases[] = {
+        {0, 0},
+        {base, 0},
+        {base | sse3, 1},
+        {base | sse3 | ssse3, 2},
+        {base | sse3 | ssse3 | movbe, 3},
+        {base | sse3 | movbe, 1},
+        {base | movbe, 0},
+        {base | sse3 | ssse3 | sse41, 4},
+        {base | sse3 | ssse3 | movbe | sse41, 4},
+        {base | sse3 | ssse3 | sse41 | avx, 4},
+        {base | sse3 | ssse3 | sse41 | avxState, 4},
+        {base | sse3 | ssse3 | sse41 | avx | avxState, 5},
+        {avx | avxState, 5},
+        {base | (1u << 7) | (1u << 10) | (1u << 11) | (1u << 12), 0}};
+    for (auto [features, index] : cases) EXPECT_EQ(KernelIndexForFeatures(features), index) << features;
 }
 
 TEST(KernelDispatchTest, EnvironmentOverride) {
@@ -95,58 +91,64 @@ TEST(KernelDispatchTest, EnvironmentOverride) {
         const char text[2] = {static_cast<char>('0' + i), '\0'};
         EXPECT_EQ(KernelIndexOverride(text, all, 1), i);
     }
-    EXPECT_EQ(KernelIndexOverride(nullptr, all, 4), 4);
-    EXPECT_EQ(KernelIndexOverride("", all, 4), 4);
-    EXPECT_EQ(KernelIndexOverride("6", all, 4), 4);
-    EXPECT_EQ(KernelIndexOverride("-1", all, 4), 4);
-    EXPECT_EQ(KernelIndexOverride("12", all, 4), 4);
-    EXPECT_EQ(KernelIndexOverride("2 ", all, 4), 4);
-    EXPECT_EQ(KernelIndexOverride("x", all, 4), 4);
+    for (const char* text : {static_cast<const char*>(nullptr), "", "6", "-1", "12", "2 ", "x"})
+        EXPECT_EQ(KernelIndexOverride(text, all, 4), 4) << (text ? text : "null");
     // A variant the processor cannot run is not forced.
     EXPECT_EQ(KernelIndexOverride("5", CpuFeatureSSE41 | CpuFeatureAVX, 4), 4);
     EXPECT_EQ(KernelIndexOverride("4", CpuFeatureSSE2, 0), 0);
     EXPECT_EQ(KernelIndexOverride("3", CpuFeatureSSE2, 0), 3);
 }
 
-TEST(KernelDispatchTest, TablesRunTheVariantsOfTheirIndex) {
-    const QRDecomposeFn d[] = {QRDecomposeSSE2,   QRDecomposeSSE2,  QRDecomposeScalar,
-                               QRDecomposeScalar, QRDecomposeSSE41, QRDecomposeAVX};
-    const QRSolveFn s[] = {QRSolveSSE2, QRSolveSSE2, QRSolveScalar, QRSolveScalar, QRSolveSSE41, QRSolveAVX};
-    const QRSolveManyFn m[] = {QRSolveManySSE2,   QRSolveManySSE2,  QRSolveManyScalar,
-                               QRSolveManyScalar, QRSolveManySSE41, QRSolveManyAVX};
+// The tables hold the variants of their index, and the stubs pass their arguments unchanged to the
+// entry of the current index.
+TEST(KernelDispatchTest, StubsFollowTheTables) {
+    const int variantOf[kKernelDispatchCount] = {0, 0, 1, 1, 2, 3};  // into AllVariants()
+    const int saved = KernelDispatchIndex;
+    const double a[6] = {2, 1, 1, 3, 2, 2}, b[3] = {1, 2, 3};
     for (int i = 0; i < kKernelDispatchCount; ++i) {
-        EXPECT_EQ(QRDecomposeTable[i], d[i]) << i;
-        EXPECT_EQ(QRSolveTable[i], s[i]) << i;
-        EXPECT_EQ(QRSolveManyTable[i], m[i]) << i;
+        SCOPED_TRACE(i);
+        const AVariantUnderTest& v = AllVariants()[variantOf[i]];
+        EXPECT_EQ(QRDecomposeTable[i], v.decompose);
+        EXPECT_EQ(QRSolveTable[i], v.solve);
+        EXPECT_EQ(QRSolveManyTable[i], v.solveMany);
+        if ((ReadCpuFeatures() & v.needs) != v.needs) continue;
+        KernelDispatchIndex = i;
+        double q1[6], q2[6], buf[3], x1[2], x2[2], m1[2], m2[2];
+        ASSERT_EQ(QRDecompose(a, 16, 8, buf, q1, 16, 8, 2, 3), 0);
+        ASSERT_EQ(QRDecomposeTable[i](a, 16, 8, buf, q2, 16, 8, 2, 3), 0);
+        ASSERT_EQ(QRSolve(q1, 16, 8, buf, b, 8, x1, 8, 2, 3), 0);
+        ASSERT_EQ(QRSolveTable[i](q1, 16, 8, buf, b, 8, x2, 8, 2, 3), 0);
+        ASSERT_EQ(QRSolveMany(q1, 16, 8, buf, b, 24, 8, m1, 16, 8, 2, 3, 1), 0);
+        ASSERT_EQ(QRSolveManyTable[i](q1, 16, 8, buf, b, 24, 8, m2, 16, 8, 2, 3, 1), 0);
+        for (int k = 0; k < 6; ++k) EXPECT_EQ(q1[k], q2[k]);
+        for (int k = 0; k < 2; ++k) {
+            EXPECT_EQ(x1[k], x2[k]);
+            EXPECT_EQ(m1[k], m2[k]);
+        }
+        EXPECT_EQ(QRDecompose(a, 16, 8, buf, q1, 16, 8, 3, 2), QRStatusWideMatrix);
     }
+    KernelDispatchIndex = saved;
 }
 
 // The module start ran before main: the index is the one the processor (or the environment)
-// selects, the module record is initialised and its library object is linked in.
+// selects, the module record is initialised and its library object is linked in. Thread attach and
+// detach repeat the selection and give 1.
 TEST(ModuleStartTest, SelectionRanAtLoad) {
     ASSERT_TRUE(CpuFeaturesValid);
     const int expected = KernelIndexOverride(std::getenv("MEROVANE_KERNEL_INDEX"), CpuFeatures,
                                              KernelIndexForFeatures(CpuFeatures));
     EXPECT_EQ(KernelDispatchIndex, expected);
-    const char* forced = std::getenv("MEROVANE_KERNEL_INDEX");
-    if (forced != nullptr)
-        std::printf("MEROVANE_KERNEL_INDEX=%s, dispatch index %d\n", forced, KernelDispatchIndex);
     EXPECT_EQ(MerovaneModule.bInitialized, 1);
     EXPECT_EQ(MerovaneModule.hModule, static_cast<HINSTANCE>(&MerovaneModule));
     int ours = 0;
     for (CDynLinkLibrary* lib = AfxGetModuleState()->m_libraryList; lib != nullptr; lib = lib->m_pNextDLL)
-        if (lib->m_hModule == MerovaneModule.hModule) ++ours;
+        ours += lib->m_hModule == MerovaneModule.hModule;
     EXPECT_EQ(ours, 1);
-}
-
-TEST(ModuleStartTest, DllMainReasons) {
-    const int before = KernelDispatchIndex;
-    // Thread attach and detach repeat the selection and give 1; the index stays.
-    KernelDispatchIndex = before == 0 ? 1 : 0;
-    EXPECT_EQ(DllMain(MerovaneModule.hModule, DLL_THREAD_ATTACH, nullptr), 1);
-    EXPECT_EQ(KernelDispatchIndex, before);
-    EXPECT_EQ(DllMain(MerovaneModule.hModule, DLL_THREAD_DETACH, nullptr), 1);
-    EXPECT_EQ(KernelDispatchIndex, before);
+    for (DWORD reason : {DWORD(DLL_THREAD_ATTACH), DWORD(DLL_THREAD_DETACH)}) {
+        KernelDispatchIndex = expected == 0 ? 1 : 0;
+        EXPECT_EQ(DllMain(MerovaneModule.hModule, reason, nullptr), 1);
+        EXPECT_EQ(KernelDispatchIndex, expected);
+    }
 }
 
 TEST(ModuleStartTest, TermRemovesOnlyItsOwnLibraries) {
@@ -161,38 +163,11 @@ TEST(ModuleStartTest, TermRemovesOnlyItsOwnLibraries) {
     EXPECT_EQ(other.bInitialized, 0);
     int ours = 0, theirs = 0;
     for (CDynLinkLibrary* l = AfxGetModuleState()->m_libraryList; l != nullptr; l = l->m_pNextDLL) {
-        if (l->m_hModule == MerovaneModule.hModule) ++ours;
-        if (l->m_hModule == other.hModule) ++theirs;
+        ours += l->m_hModule == MerovaneModule.hModule;
+        theirs += l->m_hModule == other.hModule;
     }
     EXPECT_EQ(ours, 1);
     EXPECT_EQ(theirs, 0);
-}
-
-// The stubs pass their arguments unchanged to the entry of the current index.
-TEST(KernelDispatchTest, StubsFollowTheIndex) {
-    const int saved = KernelDispatchIndex;
-    const std::uint64_t f = ReadCpuFeatures();
-    const double a[6] = {2, 1, 1, 3, 2, 2};
-    const double b[3] = {1, 2, 3};
-    for (int i = 0; i < kKernelDispatchCount; ++i) {
-        if (i == 4 && (f & CpuFeatureSSE41) == 0) continue;
-        if (i == 5 && ((f & CpuFeatureAVX) == 0 || (f & CpuFeatureAVXState) == 0)) continue;
-        KernelDispatchIndex = i;
-        double q1[6], q2[6], buf[3], x1[2], x2[2], m1[2], m2[2];
-        ASSERT_EQ(QRDecompose(a, 16, 8, buf, q1, 16, 8, 2, 3), 0);
-        ASSERT_EQ(QRDecomposeTable[i](a, 16, 8, buf, q2, 16, 8, 2, 3), 0);
-        for (int k = 0; k < 6; ++k) EXPECT_EQ(q1[k], q2[k]);
-        ASSERT_EQ(QRSolve(q1, 16, 8, buf, b, 8, x1, 8, 2, 3), 0);
-        ASSERT_EQ(QRSolveTable[i](q1, 16, 8, buf, b, 8, x2, 8, 2, 3), 0);
-        ASSERT_EQ(QRSolveMany(q1, 16, 8, buf, b, 24, 8, m1, 16, 8, 2, 3, 1), 0);
-        ASSERT_EQ(QRSolveManyTable[i](q1, 16, 8, buf, b, 24, 8, m2, 16, 8, 2, 3, 1), 0);
-        for (int k = 0; k < 2; ++k) {
-            EXPECT_EQ(x1[k], x2[k]);
-            EXPECT_EQ(m1[k], m2[k]);
-        }
-        EXPECT_EQ(QRDecompose(a, 16, 8, buf, q1, 16, 8, 3, 2), QRStatusWideMatrix);
-    }
-    KernelDispatchIndex = saved;
 }
 
 }  // namespace

@@ -1,9 +1,10 @@
-// QRTestSupport: the kernel variants under test, strided test matrices and the LAPACK reference solve.
+// QRTestSupport: the kernel variants under test, their fixture, strided operands and the LAPACK reference
+// solve.
 #pragma once
 
-#include <cmath>
+#include <gtest/gtest.h>
+
 #include <cstdint>
-#include <limits>
 #include <ostream>
 #include <random>
 #include <string>
@@ -16,10 +17,8 @@
 struct AVariantUnderTest {
     const char* name;
     QRDecomposeFn decompose;
-    QRSolveFn solve;
-    QRSolveFn solveLoops;
-    QRSolveManyFn solveMany;
-    QRSolveManyFn solveManyLoops;
+    QRSolveFn solve, solveLoops;
+    QRSolveManyFn solveMany, solveManyLoops;
     std::uint64_t needs;  // feature bits the processor must have to run it
 };
 
@@ -36,70 +35,60 @@ inline const std::vector<AVariantUnderTest>& AllVariants() {
     return all;
 }
 
-// The variants this processor can run.
-inline std::vector<AVariantUnderTest> RunnableVariants() {
-    std::vector<AVariantUnderTest> out;
-    const std::uint64_t features = ReadCpuFeatures();
-    for (const AVariantUnderTest& v : AllVariants())
-        if ((features & v.needs) == v.needs) out.push_back(v);
-    return out;
+// Every test of a variant is skipped on a processor that cannot run it.
+class AQRVariantTest : public ::testing::TestWithParam<AVariantUnderTest> {
+protected:
+    void SetUp() override {
+        if ((ReadCpuFeatures() & GetParam().needs) != GetParam().needs)
+            GTEST_SKIP() << "this processor cannot run the " << GetParam().name << " variant";
+    }
+};
+
+inline std::string VariantName(const ::testing::TestParamInfo<AVariantUnderTest>& info) {
+    return info.param.name;
+}
+inline void PrintTo(const AVariantUnderTest& v, std::ostream* os) {
+    *os << v.name;
 }
 
-// A rows x cols matrix at byte strides s1, s2 inside a store whose other elements hold a sentinel,
-// so a write outside the matrix shows.
+constexpr double kSentinel = -12345.678;
+
+// A store of doubles addressed by byte offsets (i x s1 + j x s2 for a matrix, c x s0 + i x s1 for a
+// batch of vectors); elements outside the operand hold a sentinel, so a write outside it shows.
 struct AStrided {
-    AStrided(int r, int c, int stride1, int stride2) : rows(r), cols(c), s1(stride1), s2(stride2) {
-        std::size_t last = 0;
-        if (r > 0 && c > 0)
-            last = (static_cast<std::size_t>(r - 1) * s1 + static_cast<std::size_t>(c - 1) * s2) / 8;
-        store.assign(last + 1 + 4, kSentinel);
+    AStrided(int rows, int cols, int stride1, int stride2) : r(rows), c(cols), s1(stride1), s2(stride2) {
+        store.assign(((r - 1) * std::size_t(s1) + (c - 1) * std::size_t(s2)) / 8 + 5, kSentinel);
     }
-    // Dense row-major layout.
-    static AStrided Dense(int r, int c) { return AStrided(r, c, c * 8, 8); }
-
-    double& at(int i, int j) {
-        return store[(static_cast<std::size_t>(i) * s1 + static_cast<std::size_t>(j) * s2) / 8];
-    }
-    double at(int i, int j) const {
-        return store[(static_cast<std::size_t>(i) * s1 + static_cast<std::size_t>(j) * s2) / 8];
-    }
+    double& at(int i, int j) { return store[(i * std::size_t(s1) + j * std::size_t(s2)) / 8]; }
     double* base() { return store.data(); }
-    const double* base() const { return store.data(); }
-
-    // Count of store elements outside the matrix that no longer hold the sentinel.
-    int touchedOutside() const {
-        std::vector<bool> inside(store.size(), false);
-        for (int i = 0; i < rows; ++i)
-            for (int j = 0; j < cols; ++j)
-                inside[(static_cast<std::size_t>(i) * s1 + static_cast<std::size_t>(j) * s2) / 8] = true;
+    // Count of store elements outside the operand that no longer hold the sentinel.
+    int touchedOutside() {
+        std::vector<double> copy(store);
+        for (int i = 0; i < r; ++i)
+            for (int j = 0; j < c; ++j) copy[(i * std::size_t(s1) + j * std::size_t(s2)) / 8] = kSentinel;
         int n = 0;
-        for (std::size_t k = 0; k < store.size(); ++k)
-            if (!inside[k] && !(store[k] == kSentinel)) ++n;
+        for (double e : copy) n += e != kSentinel;
         return n;
     }
-
-    static constexpr double kSentinel = -12345.678;
-    int rows, cols, s1, s2;
+    int r, c, s1, s2;
     std::vector<double> store;
 };
 
-// A random, well-conditioned height x width matrix: uniform entries in [-1, 1], and for a square or
-// nearly square one a diagonal lifted by the width so it stays far from singular.
-inline std::vector<double> RandomMatrix(std::mt19937_64& rng, int h, int w) {
+// n values uniform in [-1, 1].
+inline std::vector<double> RandomValues(std::mt19937_64& rng, int n) {
     std::uniform_real_distribution<double> u(-1.0, 1.0);
-    std::vector<double> a(static_cast<std::size_t>(h) * w);
+    std::vector<double> a(n);
     for (double& e : a) e = u(rng);
-    if (h < 2 * w)
-        for (int j = 0; j < w; ++j)
-            a[static_cast<std::size_t>(j) * w + j] += (a[static_cast<std::size_t>(j) * w + j] < 0 ? -w : w);
     return a;
 }
 
-inline std::vector<double> RandomVector(std::mt19937_64& rng, int n) {
-    std::uniform_real_distribution<double> u(-1.0, 1.0);
-    std::vector<double> v(n);
-    for (double& e : v) e = u(rng);
-    return v;
+// A random, well-conditioned h x w row-major matrix: uniform entries in [-1, 1], and for a square or
+// nearly square one a diagonal lifted by the width so it stays far from singular.
+inline std::vector<double> RandomMatrix(std::mt19937_64& rng, int h, int w) {
+    std::vector<double> a = RandomValues(rng, h * w);
+    if (h < 2 * w)
+        for (int j = 0; j < w; ++j) a[j * w + j] += a[j * w + j] < 0 ? -w : w;
+    return a;
 }
 
 #if defined(MEROVANE_HAVE_LAPACK)
@@ -111,28 +100,19 @@ extern "C" void dgels_(const char* trans, const int* m, const int* n, const int*
 // elements one after the other; gives count x w solutions, or an empty vector if LAPACK failed.
 inline std::vector<double> ReferenceSolve(const std::vector<double>& a, int h, int w,
                                           const std::vector<double>& b, int count) {
-    std::vector<double> colMajor(static_cast<std::size_t>(h) * w);
+    std::vector<double> colMajor(a.size()), rhs(b), x;
     for (int i = 0; i < h; ++i)
-        for (int j = 0; j < w; ++j)
-            colMajor[static_cast<std::size_t>(j) * h + i] = a[static_cast<std::size_t>(i) * w + j];
-    std::vector<double> rhs(b);
+        for (int j = 0; j < w; ++j) colMajor[std::size_t(j) * h + i] = a[std::size_t(i) * w + j];
     int info = 0, lwork = -1;
     double query = 0.0;
     dgels_("N", &h, &w, &count, colMajor.data(), &h, rhs.data(), &h, &query, &lwork, &info, 1);
-    if (info != 0) return {};
-    lwork = static_cast<int>(query);
-    std::vector<double> work(lwork);
-    dgels_("N", &h, &w, &count, colMajor.data(), &h, rhs.data(), &h, work.data(), &lwork, &info, 1);
-    if (info != 0) return {};
-    std::vector<double> x(static_cast<std::size_t>(count) * w);
+    std::vector<double> work(info == 0 ? static_cast<std::size_t>(query) : 1);
+    lwork = static_cast<int>(work.size());
+    if (info == 0)
+        dgels_("N", &h, &w, &count, colMajor.data(), &h, rhs.data(), &h, work.data(), &lwork, &info, 1);
+    if (info != 0) return x;
     for (int c = 0; c < count; ++c)
-        for (int j = 0; j < w; ++j)
-            x[static_cast<std::size_t>(c) * w + j] = rhs[static_cast<std::size_t>(c) * h + j];
+        for (int j = 0; j < w; ++j) x.push_back(rhs[std::size_t(c) * h + j]);
     return x;
 }
 #endif
-
-// Test names and failure messages show the variant by name.
-inline void PrintTo(const AVariantUnderTest& v, std::ostream* os) {
-    *os << v.name;
-}
