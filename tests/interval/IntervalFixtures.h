@@ -169,7 +169,6 @@ public:
     bool logPercent = true;
     Mode mode = Mode::Nothing;
     std::function<bool(AUVXGroup&, int)> filter;  // default: accept
-    int abortAtRecord = -1;                       // raises the abort flag while record k-1 is filtered
     // Runs after a hook logged its line and before the hook refuses or goes on.
     std::function<void(RecordingHost&, const std::string&)> on;
     // The Init, Calculate, Finalize or Drop call whose line begins with this gives false, with the text
@@ -180,7 +179,6 @@ protected:
     bool Filter(AUVXVisibility& vis, AUVXGroup& group, int index) override {
         Log("Filter " + std::to_string(index) + " #" + std::to_string(group.sourceId) +
             " t=" + Num(group.time) + " re0=" + Num(vis.count > 0 ? vis.data[0].re : -1));
-        if (abortAtRecord >= 1 && index == abortAtRecord - 1 && m_abortFlag != nullptr) *m_abortFlag = 1;
         return filter ? filter(group, index) : true;
     }
     bool IntervalsExec_Calculate(APtrArray<AUVXVisibility*>& vis, AArray<AUVXGroup>& groups, double start,

@@ -188,13 +188,23 @@ TEST(IntervalOutput, AveragingHostWritesOneRecordPerBaselineAndInterval) {
     EXPECT_EQ(+result.GetHeader().reMax, 51);
 }
 
-TEST(IntervalOutput, WriteDataEdges) {
-    Files f(BuildFile(MakeHeader(1, 1, 1), {MakeRecord(0, 0, 1)}));
+TEST(IntervalOutput, WriteDataAndWriteTableCalledByTheHost) {
+    Files f(BuildFile(MakeHeader(1, 1, 1), {MakeRecord(0, 0, 1)}, [](AUVXFile& out) {
+        AddOtherTable(out, "AN", 2);
+        AddOtherTable(out, "FQ", 2);
+    }));
     RecordingHost host;
-    bool emptyOk = false, noElementsOk = true;
-    CString text;
+    bool emptyOk = false, noElementsOk = true, tableOk = true;
+    CString dataText, tableText;
     std::int64_t writtenBefore = 0, writtenAfter = 0;
+    host.refuseAt = "Finalize";
     host.on = [&](RecordingHost& self, const std::string& line) {
+        if (line == "Finalize") {
+            // WriteTable's own text names the table whose seek failed.
+            f.inStream.failSeekCall = f.inStream.seekCalls + 2;
+            tableOk = self.WriteTable(*self.m_inFile, *self.m_outFile);
+            tableText = self.m_errMsg;
+        }
         if (!StartsWith(line, "Filter 0 ")) return;
         APtrArray<AUVXVisibility*> vis;
         AArray<AUVXGroup> groups;
@@ -206,13 +216,16 @@ TEST(IntervalOutput, WriteDataEdges) {
         vis.Add(new AUVXVisibility(1, 0, 1));
         groups.Add(MakeGroup(0, 1, 2));
         noElementsOk = self.WriteData(vis, groups, 0, 0);
-        text = self.m_errMsg;
+        dataText = self.m_errMsg;
     };
-    host.IntervalsExec(&f.in, &f.out, 0, 1, nullptr);
+    EXPECT_FALSE(host.IntervalsExec(&f.in, &f.out, 0, 1, nullptr));
     EXPECT_TRUE(emptyOk);
     EXPECT_EQ(writtenAfter, writtenBefore);
     EXPECT_FALSE(noElementsOk);
-    EXPECT_STREQ(text.GetString(), "Error write Visibility data");
+    EXPECT_STREQ(dataText.GetString(), "Error write Visibility data");
+    EXPECT_FALSE(tableOk);
+    EXPECT_STREQ(tableText.GetString(), "Error SEEK to UVX-table #1");
+    EXPECT_TRUE(f.out.IsOpen());
 }
 
 TEST(IntervalOutput, ReadAndWriteFailuresNameTheRecordAndThePart) {
@@ -260,24 +273,6 @@ TEST(IntervalOutput, FailuresAtTheStartAndTheEnd) {
         AddOtherTable(out, "AN", 2);
         AddOtherTable(out, "FQ", 2);
     };
-    {
-        // WriteTable's own text names the table whose seek failed.
-        Files f(BuildFile(MakeHeader(1, 1, 1), recs, tables));
-        RecordingHost host;
-        bool ok = true;
-        CString text;
-        host.refuseAt = "Finalize";
-        host.on = [&](RecordingHost& self, const std::string& line) {
-            if (line != "Finalize") return;
-            f.inStream.failSeekCall = f.inStream.seekCalls + 2;
-            ok = self.WriteTable(*self.m_inFile, *self.m_outFile);
-            text = self.m_errMsg;
-        };
-        EXPECT_FALSE(host.IntervalsExec(&f.in, &f.out, 0, 1, nullptr));
-        EXPECT_FALSE(ok);
-        EXPECT_STREQ(text.GetString(), "Error SEEK to UVX-table #1");
-        EXPECT_TRUE(f.out.IsOpen());
-    }
     // In the driver: a failing stream, the hook after which it fails and the calls until it does.
     enum Stream { kNone, kRead, kSeek, kWrite };
     const struct {
