@@ -2,16 +2,15 @@
 #include <merovane/platform/AlignedAlloc.h>
 
 #include <cstdlib>
+#include <stdlib.h>
 
 void* AlignedMalloc(std::size_t size, std::size_t alignment) {
     if (alignment < sizeof(void*)) alignment = sizeof(void*);
-    // aligned_alloc wants a size that is a multiple of the alignment.
-    std::size_t rounded = (size + alignment - 1) / alignment * alignment;
-    if (rounded < size) return nullptr;
-    if (rounded == 0) rounded = alignment;
-    return std::aligned_alloc(alignment, rounded);
+    // Exactly the size asked for (posix_memalign takes any size), so that a read or write past the
+    // end of a row or matrix is seen by the address sanitizer instead of landing in padding.
+    void* block = nullptr;
+    if (posix_memalign(&block, alignment, size == 0 ? 1 : size) != 0) return nullptr;
+    return block;
 }
 
-void AlignedFree(void* block) {
-    std::free(block);
-}
+void AlignedFree(void* block) { std::free(block); }
