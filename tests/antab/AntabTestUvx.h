@@ -41,53 +41,46 @@ public:
 
     // Writes the file into memory and opens it; a failure ends the calling test.
     void Open() {
-        AUVXFile out;
-        ASSERT_TRUE(out.Create(&mem, false)) << out.m_errMsg.GetString();
-        ASSERT_TRUE(out.Write(header)) << out.m_errMsg.GetString();
-        if (withAN) {
-            AUVXTable an("AN");
-            const int cName = an.AddColumn("ANNAME", 'A', 8);
-            const int cXYZ = an.AddColumn("STABXYZ", 'D', 3, "METERS");
-            const int cId = an.AddColumn("NOSTA", 'J');
-            if (leftHanded) an.SetKeyword("XYZHAND", "LEFT");
-            for (const TestStation& s : stations) {
-                const int r = an.AddRow();
-                an.SetText(r, cName, s.name.c_str());
-                const double xyz[3] = {s.x, s.y, s.z};
-                for (int k = 0; k < 3; ++k) an.SetDouble(r, cXYZ, xyz[k], k);
-                an.SetDouble(r, cId, s.id);
-            }
-            ASSERT_TRUE(out.AddTable(an)) << out.m_errMsg.GetString();
+        AUVXTable an("AN"), su("SU"), fq("FQ");
+        // AN: name, position, ID.
+        an.AddColumn("ANNAME", 'A', 8);
+        an.AddColumn("STABXYZ", 'D', 3, "METERS");
+        an.AddColumn("NOSTA", 'J');
+        if (leftHanded) an.SetKeyword("XYZHAND", "LEFT");
+        for (const TestStation& s : stations) {
+            const int r = an.AddRow();
+            an.SetText(r, 0, s.name.c_str());
+            const double xyz[3] = {s.x, s.y, s.z};
+            for (int k = 0; k < 3; ++k) an.SetDouble(r, 1, xyz[k], k);
+            an.SetDouble(r, 2, s.id);
         }
-        if (withSU) {
-            AUVXTable su("SU");
-            const int cols[4] = {su.AddColumn("ID. NO.", 'J'), su.AddColumn("SOURCE", 'A', 16),
-                                 su.AddColumn("RAEPO", 'D', 1, "DEGREES"),
-                                 su.AddColumn("DECEPO", 'D', 1, "DEGREES")};
-            const int r = su.AddRow();
-            su.SetDouble(r, cols[0], 1);
-            su.SetText(r, cols[1], "SRC");
-            su.SetDouble(r, cols[2], 0.0);
-            su.SetDouble(r, cols[3], 30.0);
-            ASSERT_TRUE(out.AddTable(su)) << out.m_errMsg.GetString();
-        }
+        // SU: ID, name, right ascension, declination.
+        su.AddColumn("ID. NO.", 'J');
+        su.AddColumn("SOURCE", 'A', 16);
+        su.AddColumn("RAEPO", 'D', 1, "DEGREES");
+        su.AddColumn("DECEPO", 'D', 1, "DEGREES");
+        su.AddRow();
+        su.SetDouble(0, 0, 1);
+        su.SetText(0, 1, "SRC");
+        su.SetDouble(0, 2, 0.0);
+        su.SetDouble(0, 3, 30.0);
+        // FQ: one frequency setup; per IF its offset, channel width, bandwidth and sideband.
         const int nIF = header.nIF > 1 ? header.nIF : 1;
-        AUVXTable fq("FQ");
-        const int cSel = fq.AddColumn("FRQSEL", 'J');
-        const int cFreq = fq.AddColumn("IF FREQ", 'D', nIF, "HZ");
-        const int cWidth = fq.AddColumn("CH WIDTH", 'E', nIF, "HZ");
-        const int cBand = fq.AddColumn("TOTAL BANDWIDTH", 'E', nIF, "HZ");
-        const int cSide = fq.AddColumn("SIDEBAND", 'J', nIF);
-        const int r = fq.AddRow();
-        fq.SetDouble(r, cSel, 1);
+        fq.AddColumn("FRQSEL", 'J');
+        fq.AddColumn("IF FREQ", 'D', nIF, "HZ");
+        fq.AddColumn("CH WIDTH", 'E', nIF, "HZ");
+        fq.AddColumn("TOTAL BANDWIDTH", 'E', nIF, "HZ");
+        fq.AddColumn("SIDEBAND", 'J', nIF);
+        fq.AddRow();
+        fq.SetDouble(0, 0, 1);
         for (int i = 0; i < nIF; ++i) {
-            fq.SetDouble(r, cFreq, i * ifStep, i);
-            fq.SetDouble(r, cWidth, 1e6, i);
-            fq.SetDouble(r, cBand, 16e6, i);
-            fq.SetDouble(r, cSide, 1, i);
+            const double values[4] = {i * ifStep, 1e6, 16e6, 1};
+            for (int c = 0; c < 4; ++c) fq.SetDouble(0, c + 1, values[c], i);
         }
-        ASSERT_TRUE(out.AddTable(fq)) << out.m_errMsg.GetString();
-        ASSERT_TRUE(out.Close()) << out.m_errMsg.GetString();
+        AUVXFile out;
+        ASSERT_TRUE(out.Create(&mem, false) && out.Write(header) && (!withAN || out.AddTable(an)) &&
+                    (!withSU || out.AddTable(su)) && out.AddTable(fq) && out.Close())
+            << out.m_errMsg.GetString();
         ASSERT_TRUE(file.Open(&mem, false)) << file.m_errMsg.GetString();
     }
 
