@@ -1,6 +1,11 @@
-// SimTestSupport: small observations and record readers shared by the tests of the tools.
+// SimTestSupport: small observations, per-test file names and record readers for the tests of the tools.
 #pragma once
 
+#include <gtest/gtest.h>
+
+#include <fstream>
+#include <memory>
+#include <sstream>
 #include <string>
 #include <vector>
 
@@ -29,8 +34,18 @@ inline ASimConfig SmallConfig() {
     return c;
 }
 
-inline std::string TmpPath(const std::string& name) {
-    return std::string(MEROVANE_TEST_TMP) + "/" + name;
+// A file name in the shared temp folder that belongs to the running test alone, so that tests run in
+// parallel (each its own process) and the tests of other subsystems never write the same file.
+inline std::string TestPath(const std::string& suffix) {
+    const ::testing::TestInfo* info = ::testing::UnitTest::GetInstance()->current_test_info();
+    return std::string(MEROVANE_TEST_TMP) + "/tools-" + info->test_suite_name() + "-" + info->name() + suffix;
+}
+
+inline std::string Slurp(const std::string& path) {
+    std::ifstream in(path, std::ios::binary);
+    std::ostringstream s;
+    s << in.rdbuf();
+    return s.str();
 }
 
 struct ARecord {
@@ -38,21 +53,42 @@ struct ARecord {
     std::vector<AUVXComplex> data;
 };
 
-// All records of an open file; empty if one cannot be read.
-inline std::vector<ARecord> ReadRecords(AUVXFile& file) {
-    std::vector<ARecord> out;
+struct ASimRun {
+    ASimTruth truth;  // as read back from the truth file
+    std::unique_ptr<AUVXFile> file;
+    std::vector<ARecord> records;
+    std::string antab;  // path of the ANTAB file
+};
+
+// Simulates `c` into the files TestPath(tag + ".uvx" / ".antab" / ".truth"), reopens the UVX file,
+// reads all its records and loads the truth from its file.
+inline void Simulated(const ASimConfig& c, const std::string& tag, ASimRun& run) {
+    CString error;
+    const std::string base = TestPath(tag);
+    run.antab = base + ".antab";
+    ASSERT_TRUE(
+        Simulate(c, (base + ".uvx").c_str(), run.antab.c_str(), (base + ".truth").c_str(), nullptr, &error))
+        << error.GetString();
+    ASSERT_TRUE(run.truth.Load((base + ".truth").c_str(), &error)) << error.GetString();
+    run.file.reset(new AUVXFile);
+    ASSERT_TRUE(run.file->Open((base + ".uvx").c_str())) << run.file->m_errMsg.GetString();
+    AUVXFile& file = *run.file;
     file.SeekUVGroup(0);
     AReadBuffer reader;
-    if (file.nGroups > 0 && !reader.Create(1 << 20, file.file)) return out;
+    ASSERT_TRUE(file.nGroups == 0 || reader.Create(1 << 20, file.file));
     AUVXVisibility vis(file);
     for (int r = 0; r < file.nGroups; ++r) {
         ARecord rec;
-        if (!reader.Read(&rec.group, static_cast<int>(sizeof rec.group)) ||
-            !reader.Read(vis.data, vis.count * static_cast<int>(sizeof(AUVXComplex))))
-            return {};
+        ASSERT_TRUE(reader.Read(&rec.group, static_cast<int>(sizeof rec.group)) &&
+                    reader.Read(vis.data, vis.count * static_cast<int>(sizeof(AUVXComplex))))
+            << "record " << r;
         rec.data.assign(vis.data, vis.data + vis.count);
-        out.push_back(rec);
+        run.records.push_back(rec);
     }
     reader.Close();
-    return out;
+}
+
+// Index of an element in a record of the truth's shape.
+inline int Element(const ASimTruth& t, int iIF, int iChan, int iStokes) {
+    return (iIF * t.nChan + iChan) * static_cast<int>(t.stokes.size()) + iStokes;
 }
