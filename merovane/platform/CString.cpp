@@ -38,17 +38,6 @@ int CString::Find(char ch, int start) const {
     return at == std::string::npos ? -1 : static_cast<int>(at);
 }
 
-int CString::ReverseFind(char ch) const {
-    std::size_t at = m_text.rfind(ch);
-    return at == std::string::npos ? -1 : static_cast<int>(at);
-}
-
-int CString::FindOneOf(const char* chars) const {
-    if (chars == nullptr || *chars == '\0') return -1;
-    std::size_t at = m_text.find_first_of(chars);
-    return at == std::string::npos ? -1 : static_cast<int>(at);
-}
-
 CString CString::Mid(int first) const {
     return Mid(first, GetLength());
 }
@@ -148,27 +137,8 @@ int CString::Remove(char ch) {
     return static_cast<int>(before - m_text.size());
 }
 
-int CString::Delete(int index, int count) {
-    if (index < 0) index = 0;
-    if (count > 0 && index < GetLength())
-        m_text.erase(static_cast<std::size_t>(index), static_cast<std::size_t>(count));
-    return GetLength();
-}
-
-int CString::Insert(int index, const char* text) {
-    if (index < 0) index = 0;
-    if (index > GetLength()) index = GetLength();
-    if (text) m_text.insert(static_cast<std::size_t>(index), text);
-    return GetLength();
-}
-
 CString& CString::MakeUpper() {
     for (char& ch : m_text) ch = static_cast<char>(std::toupper(static_cast<unsigned char>(ch)));
-    return *this;
-}
-
-CString& CString::MakeLower() {
-    for (char& ch : m_text) ch = static_cast<char>(std::tolower(static_cast<unsigned char>(ch)));
     return *this;
 }
 

@@ -24,9 +24,6 @@ public:
     // Index of the first occurrence at or after start, -1 if none or if start lies outside.
     int Find(const char* sub, int start = 0) const;
     int Find(char ch, int start = 0) const;
-    int ReverseFind(char ch) const;
-    // Index of the first character that is one of chars, -1 if none.
-    int FindOneOf(const char* chars) const;
 
     // first below 0 counts as 0; first past the end or count below 1 gives empty text.
     CString Mid(int first) const;
@@ -48,11 +45,8 @@ public:
     int Replace(char from, char to);
     int Replace(const char* from, const char* to);  // an empty `from` replaces nothing
     int Remove(char ch);
-    int Delete(int index, int count = 1);  // returns the new length
-    int Insert(int index, const char* text);
 
     CString& MakeUpper();
-    CString& MakeLower();
 
     // printf-style formatting into this text.
     void Format(const char* format, ...) __attribute__((format(printf, 2, 3)));
@@ -61,7 +55,6 @@ public:
     int CompareNoCase(const char* other) const;
 
     char GetAt(int index) const { return m_text[static_cast<std::size_t>(index)]; }
-    void SetAt(int index, char ch) { m_text[static_cast<std::size_t>(index)] = ch; }
     char operator[](int index) const { return GetAt(index); }
 
     operator const char*() const { return m_text.c_str(); }
