@@ -13,6 +13,7 @@
 #include <merovane/foundation/AReadBuffer.h>
 #include <merovane/foundation/AWriteBuffer.h>
 #include <merovane/foundation/Calendar.h>
+#include <merovane/foundation/NumberConversion.h>
 
 #include <merovane/uvx/ABaseLine.h>
 #include <merovane/uvx/AUVXAntenns.h>

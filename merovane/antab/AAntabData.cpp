@@ -6,6 +6,7 @@
 #include <cstring>
 #include <memory>
 
+#include <merovane/foundation/NumberConversion.h>
 #include <merovane/uvx/AUVXAntenns.h>
 #include <merovane/uvx/AUVXTable.h>
 #include <merovane/uvx/UVXText.h>
@@ -16,14 +17,6 @@ template class APtrArray<AAntabTlsc*>;
 namespace {
 
 const char kPrefix[] = "Error> <AAntabData> ";
-
-// A double truncated towards zero into an int, saturating instead of undefined for any input.
-int truncToInt(double v) {
-    if (!(v == v)) return 0;
-    if (v >= 2147483647.0) return 2147483647;
-    if (v <= -2147483648.0) return -2147483647 - 1;
-    return static_cast<int>(v);
-}
 
 // The rest of a line from its first blank on, left-trimmed; empty if it has no blank.
 void dropWord(CString& rest) {
@@ -200,11 +193,11 @@ bool AAntabData::parseKeywords(CString& rest) {
         AAntabTlsc* t = m_current;
         switch (k) {
             case kBif:
-                m_bif = truncToInt(std::atof(rest));
+                m_bif = TruncToInt32(std::atof(rest));
                 dropWord(rest);
                 break;
             case kEif:
-                m_eif = truncToInt(std::atof(rest));
+                m_eif = TruncToInt32(std::atof(rest));
                 dropWord(rest);
                 break;
             case kGain: {

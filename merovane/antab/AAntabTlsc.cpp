@@ -7,22 +7,10 @@
 #include <new>
 
 #include <merovane/foundation/Calendar.h>
+#include <merovane/foundation/NumberConversion.h>
 #include <merovane/uvx/UVXText.h>
 
 template class AArray<AColumnInfo>;
-
-namespace {
-
-// A double truncated towards zero into an int; out of range (or NaN) saturates instead of being
-// undefined, so that no file can make the conversion misbehave.
-int truncToInt(double v) {
-    if (!(v == v)) return 0;
-    if (v >= 2147483647.0) return 2147483647;
-    if (v <= -2147483648.0) return -2147483647 - 1;
-    return static_cast<int>(v);
-}
-
-}  // namespace
 
 // ---------------------------------------------------------------------------------------------
 // ATsysTable
@@ -147,7 +135,7 @@ bool AAntabTlsc::ColumnInfoParse(CString& text, AColumnInfo& info) {
         return true;
     }
     info.pol = kind == 'L' ? -2 : -1;
-    info.first = truncToInt(std::atof(text.Mid(1)));
+    info.first = TruncToInt32(std::atof(text.Mid(1)));
     const int colon = text.Find(':');
     info.last = colon > 0 ? std::atoi(text.Mid(colon + 1)) : info.first;
     return true;
@@ -159,7 +147,7 @@ void AAntabTlsc::FixDate(double refJD) {
     const int leapDays = (year - 1901) / 4;
     for (int r = 0; r < m_tsys.rows; ++r) {
         double* row = m_tsys.Row(r);
-        const int days = truncToInt(row[0]) + leapDays;
+        const int days = TruncToInt32(row[0]) + leapDays;
         double mjd = days + (year - 1900) * 365.0;
         mjd = mjd - 0.5;
         mjd = mjd + 2415020.0;

@@ -1,11 +1,11 @@
 // AAIShortTbl: reading the antenna-information table, row lookup by antenna and time, level checks.
 #include <merovane/digitisation/AAIShortTbl.h>
 
-#include <climits>
 #include <cmath>
 #include <cstring>
 #include <vector>
 
+#include <merovane/foundation/NumberConversion.h>
 #include <merovane/platform/CString.h>
 #include <merovane/uvx/AUVXAntenns.h>
 
@@ -17,19 +17,10 @@ constexpr double kSecondsPerDay = 86400.0;
 // 1 / ln 2: the level count's natural logarithm times this is its base-2 logarithm.
 constexpr double kInvLn2 = 1.4426950408889634;
 
-// Truncates towards zero into the 32-bit range; NaN gives 0. A plain cast of an out-of-range
-// double is undefined, and table values come from files.
-std::int32_t truncToInt(double value) {
-    if (!(value == value)) return 0;
-    if (value >= 2147483647.0) return INT32_MAX;
-    if (value <= -2147483648.0) return INT32_MIN;
-    return static_cast<std::int32_t>(value);
-}
-
 // Bits per sample from a level count, rounded to the nearest integer.
 std::int32_t bitsFromLevels(double levels) {
     if (!(levels > 0.0)) return 0;
-    return truncToInt(std::log(levels) * kInvLn2 + 0.5);
+    return TruncToInt32(std::log(levels) * kInvLn2 + 0.5);
 }
 
 // The column name as text, stopping at the first NUL or the end of the 20-byte field.
@@ -129,13 +120,13 @@ void AAIShortTbl::Load(AUVXTable* table) {
                         item.start = value * kSecondsPerDay;
                         break;
                     case Field::Antenna:
-                        item.antenna = truncToInt(value);
+                        item.antenna = TruncToInt32(value);
                         break;
                     case Field::Levels:
                         item.noLevels = bitsFromLevels(value);
                         break;
                     case Field::FreqId:
-                        item.freqId = truncToInt(value);
+                        item.freqId = TruncToInt32(value);
                         break;
                     case Field::None:
                         break;
@@ -180,7 +171,7 @@ void AAIShortTbl::Correct() {
     for (int i = 0; i < count; ++i) {
         AAIShortTblItem& item = data[i];
         if (item.noLevels < 1) continue;
-        int t = truncToInt(std::log(static_cast<double>(item.noLevels)) * kInvLn2 + 0.5);
+        int t = TruncToInt32(std::log(static_cast<double>(item.noLevels)) * kInvLn2 + 0.5);
         if (t > 29) t = 29;
         item.noLevels = 1 << (t + 1);
     }
