@@ -23,13 +23,6 @@ std::int32_t bitsFromLevels(double levels) {
     return TruncToInt32(std::log(levels) * kInvLn2 + 0.5);
 }
 
-// The column name as text, stopping at the first NUL or the end of the 20-byte field.
-CString columnName(const AXTblColumn& column) {
-    int length = 0;
-    while (length < static_cast<int>(sizeof(column.name)) && column.name[length] != '\0') ++length;
-    return CString(column.name, length);
-}
-
 // Which field a column fills; the tests run in this order because "TIME" is part of "TIME_INTERVAL".
 enum class Field { None, Duration, Centre, Antenna, Levels, FreqId };
 
@@ -72,7 +65,7 @@ void AAIShortTbl::Load(AUVXTable* table) {
     std::vector<Field> fields;
     std::vector<AXTblFormat> formats;
     for (int c = 0; c < nCols; ++c) {
-        fields.push_back(fieldOf(columnName(table->columns[c])));
+        fields.push_back(fieldOf(table->ColumnName(c)));
         formats.push_back(table->ParseFormat(c));
     }
 
