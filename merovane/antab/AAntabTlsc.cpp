@@ -12,6 +12,44 @@
 
 template class AArray<AColumnInfo>;
 
+namespace {
+
+// Index of the first of the ascending `times` at or after `time`, times.size() if none. The test is
+// the scan's own (t >= time), so a NaN query runs past every row just as the scan does.
+std::size_t firstAtOrAfter(const std::vector<double>& times, double time) {
+    std::size_t lo = 0, hi = times.size();
+    while (lo < hi) {
+        const std::size_t mid = lo + (hi - lo) / 2;
+        if (times[mid] >= time)
+            hi = mid;
+        else
+            lo = mid + 1;
+    }
+    return lo;
+}
+
+// Tsys at `time` between the bracketing rows (t1, y1) and (t2, y2), times `ft`: held where the two
+// rows are one, linear in time between them.
+double interpolate(double t1, double y1, double t2, double y2, double time, double ft) {
+    if (t2 == t1) return y1 * ft;
+    return ((y2 - y1) * (time - t1) / (t2 - t1) + y1) * ft;
+}
+
+// The bracket of the scan from the first index whose time is at or after the query: the row before
+// and that row, or one row twice at either end.
+void Bracket(std::size_t bound, std::size_t n, std::size_t& prev, std::size_t& next) {
+    if (bound == n) {
+        prev = next = n - 1;
+    } else if (bound == 0) {
+        prev = next = 0;
+    } else {
+        prev = bound - 1;
+        next = bound;
+    }
+}
+
+}  // namespace
+
 // ---------------------------------------------------------------------------------------------
 // ATsysTable
 
@@ -182,12 +220,7 @@ bool AAntabTlsc::scanTsys(double time, int position, double& tsys) {
     if (next < 0) next = prev;
     const double* r1 = m_tsys.Row(prev);
     const double* r2 = m_tsys.Row(next);
-    const double t1 = r1[1] + r1[0], y1 = r1[col];
-    const double t2 = r2[1] + r2[0], y2 = r2[col];
-    if (t2 == t1)
-        tsys = y1 * m_ft;
-    else
-        tsys = ((y2 - y1) * (time - t1) / (t2 - t1) + y1) * m_ft;
+    tsys = interpolate(r1[1] + r1[0], r1[col], r2[1] + r2[0], r2[col], time, m_ft);
     return true;
 }
 
@@ -251,36 +284,11 @@ const AAntabTlsc::ColumnIndex& AAntabTlsc::columnIndex(int position) {
 // of one record ask for the same time one after the other, so the last answer is kept.
 std::size_t AAntabTlsc::rowBound(double time) {
     if (m_haveLast && time == m_lastTime) return m_lastBound;
-    std::size_t lo = 0, hi = m_rowTimes.size();
-    while (lo < hi) {
-        const std::size_t mid = lo + (hi - lo) / 2;
-        if (m_rowTimes[mid] >= time)
-            hi = mid;
-        else
-            lo = mid + 1;
-    }
     m_lastTime = time;
-    m_lastBound = lo;
+    m_lastBound = firstAtOrAfter(m_rowTimes, time);
     m_haveLast = true;
-    return lo;
+    return m_lastBound;
 }
-
-namespace {
-
-// The bracket of the scan from the first index whose time is at or after the query: the row before
-// and that row, or one row twice at either end.
-void Bracket(std::size_t bound, std::size_t n, std::size_t& prev, std::size_t& next) {
-    if (bound == n) {
-        prev = next = n - 1;
-    } else if (bound == 0) {
-        prev = next = 0;
-    } else {
-        prev = bound - 1;
-        next = bound;
-    }
-}
-
-}  // namespace
 
 bool AAntabTlsc::GetTsys(double time, int position, double& tsys) {
     if (position < 0 || position > m_tsys.cols - 3) return failTsys(time);
@@ -299,26 +307,14 @@ bool AAntabTlsc::GetTsys(double time, int position, double& tsys) {
         if (!index.ascending) return scanTsys(time, position, tsys);
         const std::size_t n = index.times.size();
         if (n == 0) return failTsys(time);
-        // First measured row whose time is at or after `time`: the row at which the scan stops.
-        // With times ascending the test is false up to some row and true from there on.
-        std::size_t lo = 0, hi = n;
-        while (lo < hi) {
-            const std::size_t mid = lo + (hi - lo) / 2;
-            if (index.times[mid] >= time)
-                hi = mid;
-            else
-                lo = mid + 1;
-        }
-        Bracket(lo, n, prev, next);
+        // The first measured row at or after `time` is the row at which the scan stops.
+        Bracket(firstAtOrAfter(index.times, time), n, prev, next);
         t1 = index.times[prev];
         y1 = index.values[prev];
         t2 = index.times[next];
         y2 = index.values[next];
     }
-    if (t2 == t1)
-        tsys = y1 * m_ft;
-    else
-        tsys = ((y2 - y1) * (time - t1) / (t2 - t1) + y1) * m_ft;
+    tsys = interpolate(t1, y1, t2, y2, time, m_ft);
     return true;
 }
 
