@@ -313,7 +313,6 @@ bool AAntabData::parseRow(CString& line) {
     line.TrimLeft();
     double* row = t->m_tsys.AddRow();
     const int width = t->m_tsys.cols;
-    const int basePolL = (t->m_nPol - 1) * t->m_nIF;
 
     const int length = line.GetLength();
     int pos = 0;
@@ -342,15 +341,9 @@ bool AAntabData::parseRow(CString& line) {
             for (int list = 0; list < 2; ++list) {
                 const AArray<AColumnInfo>& index = list == 0 ? t->m_index : t->m_index2;
                 if (entry >= index.count) continue;
-                const AColumnInfo& info = index[entry];
-                if (info.first <= 0) continue;
-                const int base = info.pol == -2 ? basePolL : 0;
-                // IFs above the file's count are passed over; the bound keeps the loop short.
-                const int lastK = info.last - 1 < t->m_nIF - 1 ? info.last - 1 : t->m_nIF - 1;
-                for (int k = info.first - 1; k <= lastK; ++k) {
-                    const int col = base + k + 2;
-                    if (col >= 2 && col < width) row[col] = value;
-                }
+                int from, to;
+                if (!index[entry].Positions(t->m_nPol, t->m_nIF, from, to)) continue;
+                for (int p = from; p <= to && p + 2 < width; ++p) row[p + 2] = value;
             }
         }
         ++token;
@@ -414,14 +407,9 @@ bool AAntabData::CheckValid() {
         for (int list = 0; list < 2; ++list) {
             const AArray<AColumnInfo>& index = list == 0 ? t->m_index : t->m_index2;
             for (int e = 0; e < index.count; ++e) {
-                const AColumnInfo& info = index[e];
-                if (info.first <= 0) continue;
-                const int base = info.pol == -2 ? (m_nPol - 1) * m_nIF : 0;
-                const int lastK = info.last - 1 < m_nIF - 1 ? info.last - 1 : m_nIF - 1;
-                for (int k = info.first - 1; k <= lastK; ++k) {
-                    const int p = base + k;
-                    if (p >= 0 && p < positions) marked[p] = 1;
-                }
+                int from, to;
+                if (!index[e].Positions(m_nPol, m_nIF, from, to)) continue;
+                for (int p = from; p <= to; ++p) marked[p] = 1;
             }
         }
         for (int p = 0; p < positions; ++p)

@@ -1,7 +1,9 @@
 // AAntabTlsc: Tsys interpolation, gain polynomial, INDEX items and row dates of one telescope.
 #include <merovane/antab/AAntabTlsc.h>
 
+#include <algorithm>
 #include <cmath>
+#include <cstdint>
 #include <cstdlib>
 #include <cstring>
 #include <new>
@@ -161,6 +163,20 @@ AAntabTlsc& AAntabTlsc::operator=(const AAntabTlsc& other) {
     m_forceScan = other.m_forceScan;
     ResetTsysIndex();
     return *this;
+}
+
+bool AColumnInfo::Positions(int nPol, int nIF, int& from, int& to) const {
+    if (first <= 0) return false;
+    // In 64 bits: first and last come from the file and may lie anywhere in the int range.
+    const std::int64_t base = pol == -2 ? static_cast<std::int64_t>(nPol - 1) * nIF : 0;
+    const std::int64_t lastBand = std::min<std::int64_t>(static_cast<std::int64_t>(last) - 1, nIF - 1);
+    const std::int64_t lo = std::max<std::int64_t>(base + first - 1, 0);
+    const std::int64_t hi =
+        std::min<std::int64_t>(base + lastBand, static_cast<std::int64_t>(nPol) * nIF - 1);
+    if (lo > hi) return false;
+    from = static_cast<int>(lo);
+    to = static_cast<int>(hi);
+    return true;
 }
 
 bool AAntabTlsc::ColumnInfoParse(CString& text, AColumnInfo& info) {

@@ -15,6 +15,11 @@
 //   last:  last IF band, inclusive; -1 for a column to pass over
 // An item with first above last covers nothing.
 struct MEROVANE_API AColumnInfo {
+    // The Tsys positions (counted from 0) that this item fills in a telescope of nPol parallel hands
+    // and nIF bands: `from` to `to`, R from 0 and L from (nPol - 1) x nIF, IFs above nIF passed over.
+    // False when it fills none: an X item, a first IF not above 0, a range that ends before it starts.
+    bool Positions(int nPol, int nIF, int& from, int& to) const;
+
     int pol;
     int first;
     int last;
