@@ -87,15 +87,20 @@ bool AUVXFile::attach(ABFile* stream, bool own) {
     return true;
 }
 
-bool AUVXFile::Open(const char* path) {
+ABFile* AUVXFile::openStream(const char* path, PlatformOpenMode mode, const char* verb) {
     ABFile* stream = new ABFile;
-    if (!stream->Open(path, PlatformOpenMode::Read)) {
+    if (!stream->Open(path, mode)) {
         release();
-        m_errMsg = "Cannot open UVX file " + stream->GetErrorText();
+        m_errMsg = CString(verb) + " UVX file " + stream->GetErrorText();
         delete stream;
-        return false;
+        return nullptr;
     }
-    return Open(stream, true);
+    return stream;
+}
+
+bool AUVXFile::Open(const char* path) {
+    ABFile* stream = openStream(path, PlatformOpenMode::Read, "Cannot open");
+    return stream != nullptr && Open(stream, true);
 }
 
 bool AUVXFile::Open(ABFile* stream, bool own) {
@@ -169,14 +174,8 @@ bool AUVXFile::readLayout() {
 }
 
 bool AUVXFile::Create(const char* path) {
-    ABFile* stream = new ABFile;
-    if (!stream->Open(path, PlatformOpenMode::Create)) {
-        release();
-        m_errMsg = "Cannot create UVX file " + stream->GetErrorText();
-        delete stream;
-        return false;
-    }
-    return Create(stream, true);
+    ABFile* stream = openStream(path, PlatformOpenMode::Create, "Cannot create");
+    return stream != nullptr && Create(stream, true);
 }
 
 bool AUVXFile::Create(ABFile* stream, bool own) {

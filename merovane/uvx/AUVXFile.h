@@ -75,6 +75,8 @@ public:
 private:
     bool fail(const CString& text);
     bool attach(ABFile* stream, bool own);
+    // A file of the system opened in `mode`, or null with m_errMsg "<verb> UVX file <path>: <reason>".
+    ABFile* openStream(const char* path, PlatformOpenMode mode, const char* verb);
     bool readLayout();
     bool fixRecordCount();
     void release();
