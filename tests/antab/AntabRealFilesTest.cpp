@@ -74,7 +74,7 @@ TEST(AntabRealFiles, EachFileWithItsOutcome) {
         f.back()->uvx.header.refJD = JulianDate(c.year, c.day);
         f.back()->uvx.header.refFreq = 86.0e9;
         f.back()->uvx.ifStep = 64e6;
-        std::ifstream in(std::string(MEROVANE_SHARED_DATA) + "/antab/" + c.file, std::ios::binary);
+        std::ifstream in(std::string(MEROVANE_TEST_DATA) + "/antab/" + c.file, std::ios::binary);
         ASSERT_TRUE(in.is_open()) << c.file;
         EXPECT_EQ(f.back()->Load(in), *c.message == '\0') << c.file;
         if (*c.message) {
