@@ -115,20 +115,31 @@ double AntabRowMjd(int day, const char* hhmm, int year) {
 }
 
 // The complex bandpass of one station, IF and hand: an amplitude ripple with rolled-off edges and
-// a phase slope of about one turn across the band, normalised to a mean |B|^2 of 1.
-void MakeBandpass(ASimRandom& rnd, int nChan, std::complex<double>* b) {
+// a phase slope of about one turn across the band, normalised to a mean |B|^2 of 1. With phaseMax
+// above 0 the phase is scaled so that its largest magnitude over the channels is phaseMax radians;
+// the random draws are the same either way.
+void MakeBandpass(ASimRandom& rnd, int nChan, double phaseMax, std::complex<double>* b) {
     const double ripple = rnd.Uniform(0.04, 0.15);
     const double cycles = std::floor(rnd.Uniform(1.0, 4.0));
     const double ripplePhase = rnd.Uniform(0.0, 2.0 * kPi);
     const double phase0 = rnd.Uniform(-kPi, kPi);
     const double turns = rnd.Uniform(0.6, 1.6) * (rnd.Uniform() < 0.5 ? -1.0 : 1.0);
     const double curve = rnd.Uniform(-0.5, 0.5);
-    double power = 0;
+    const auto phaseAt = [&](double x) {
+        return phase0 + 2.0 * kPi * turns * (x - 0.5) + curve * (x - 0.5) * (x - 0.5);
+    };
+    double power = 0, phaseScale = 1.0;
+    if (phaseMax > 0) {
+        double largest = 0;
+        for (int c = 0; c < nChan; ++c) largest = std::max(largest, std::fabs(phaseAt((c + 0.5) / nChan)));
+        if (largest > 0) phaseScale = phaseMax / largest;
+    }
     for (int c = 0; c < nChan; ++c) {
         const double x = (c + 0.5) / nChan;
         double amp = 1.0 + ripple * std::cos(2.0 * kPi * cycles * x + ripplePhase);
         amp *= (1.0 - 0.4 * std::exp(-x / 0.04)) * (1.0 - 0.4 * std::exp(-(1.0 - x) / 0.04));
-        const double ph = phase0 + 2.0 * kPi * turns * (x - 0.5) + curve * (x - 0.5) * (x - 0.5);
+        double ph = phaseAt(x);
+        if (phaseMax > 0) ph *= phaseScale;
         b[c] = std::polar(amp, ph);
         power += amp * amp;
     }
@@ -213,7 +224,8 @@ void BuildTruth(const ASimConfig& c, ASimTruth& t) {
         for (double& m : s.level) m = std::exp(rnd.Uniform(std::log(0.6), std::log(1.5)));
         s.bandpass.resize(static_cast<std::size_t>(c.nIF) * 2 * c.nChan);
         for (int b = 0; b < c.nIF * 2; ++b)
-            MakeBandpass(rnd, c.nChan, &s.bandpass[static_cast<std::size_t>(b) * c.nChan]);
+            MakeBandpass(rnd, c.nChan, c.bandpassPhaseMax,
+                         &s.bandpass[static_cast<std::size_t>(b) * c.nChan]);
         t.stations.push_back(s);
     }
 }
@@ -588,6 +600,8 @@ bool CheckSimConfig(const ASimConfig& c, CString* error) {
     if (!(c.minElevation >= -90 && c.minElevation <= 90))
         return Fail(error, "minimum elevation must be -90 to 90 degrees");
     if (!(c.tsysStep >= 0.6)) return Fail(error, "Tsys step must be at least 0.6 s");
+    if (!(c.bandpassPhaseMax >= 0 && c.bandpassPhaseMax <= kPi))
+        return Fail(error, "bandpass phase limit must be from 0 to pi");
     const double recordBytes = 26.0 + 12.0 * c.nIF * c.nChan * c.products.size();
     const double baselines = c.stations.size() * (c.stations.size() + 1) / 2.0;
     if (recordBytes * baselines * (c.duration / c.intTime) > 8e9)

@@ -41,6 +41,7 @@ struct ASimConfig {
     double flagFraction = 0.002;  // share of cross-correlation elements flagged when `flags`
     double minElevation = 5.0;    // degrees: a station below it records nothing
     double tsysStep = 60.0;       // seconds between ANTAB Tsys rows (a multiple of 0.6 s)
+    double bandpassPhaseMax = 0;  // above 0: each bandpass phase scaled to this largest magnitude, radians
 };
 
 // Checks `config`; false with `error` (e.g. "unknown station XX") for one it cannot simulate.

@@ -35,6 +35,7 @@ const char* const kUsage =
     "  --flag-fraction X      share of flagged cross-correlation elements [0.002]\n"
     "  --min-elevation DEG    stations below record nothing [5]\n"
     "  --tsys-step S          seconds between Tsys rows [60]\n"
+    "  --bandpass-phase-max R bandpass phases scaled to a largest magnitude of R rad, 0..pi [0: as drawn]\n"
     "  --no-bandpass --no-levels --no-quantisation --no-noise --no-flags\n"
     "  --list                 print the station and source catalogues and exit\n";
 
@@ -171,6 +172,8 @@ int main(int argc, char** argv) {
                     config.minElevation = d;
                 else if (arg == "--tsys-step")
                     config.tsysStep = d;
+                else if (arg == "--bandpass-phase-max")
+                    config.bandpassPhaseMax = d;
                 else
                     return Usage("unknown option " + arg);
             }
