@@ -3,7 +3,9 @@
 
 #include <cstring>
 
+#include <merovane/foundation/NumberConversion.h>
 #include <merovane/uvx/AUVXHeader.h>
+#include <merovane/uvx/UVXTableLayouts.h>
 
 template class AArray<AUVXTlscItem>;
 
@@ -14,13 +16,13 @@ CString AUVXTlscItem::Name() const {
 bool AUVXAntenns::Init(AUVXTable& table) {
     Free();
     rightHanded = true;
-    const int cName = table.ColumnIndex("ANNAME");
-    const int cXYZ = table.ColumnIndex("STABXYZ");
-    const int cId = table.ColumnIndex("NOSTA");
+    const int cName = table.ColumnIndex(LayoutColumnName(kLayoutAN, kANName));
+    const int cXYZ = table.ColumnIndex(LayoutColumnName(kLayoutAN, kANStabXyz));
+    const int cId = table.ColumnIndex(LayoutColumnName(kLayoutAN, kANNoSta));
     if (cName < 0 || cXYZ < 0 || cId < 0) return false;
     if (table.ParseFormat(cName).type != 'A' || table.ParseFormat(cXYZ).count < 3) return false;
     CString hand;
-    if (table.GetKeyword("XYZHAND", hand)) {
+    if (table.GetKeyword(kKeyXyzHand, hand)) {
         hand.Trim();
         rightHanded = hand.CompareNoCase("LEFT") != 0;
     }
@@ -31,7 +33,8 @@ bool AUVXAntenns::Init(AUVXTable& table) {
         item.x = table.GetDouble(r, cXYZ, 0);
         item.y = table.GetDouble(r, cXYZ, 1);
         item.z = table.GetDouble(r, cXYZ, 2);
-        item.id = static_cast<std::int32_t>(table.GetDouble(r, cId));
+        // A 'D' or 'E' column can hold NaN or any magnitude: truncated and saturated, never undefined.
+        item.id = TruncToInt32(table.GetDouble(r, cId));
         Add(item);
     }
     return true;

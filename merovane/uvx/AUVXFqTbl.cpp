@@ -3,18 +3,20 @@
 
 #include <memory>
 
+#include <merovane/foundation/NumberConversion.h>
 #include <merovane/uvx/AUVXFile.h>
+#include <merovane/uvx/UVXTableLayouts.h>
 
 bool AUVXFqTbl::Init(AUVXFile& file) {
     refFreq = file.GetHeader().refFreq;
     rows.clear();
-    std::unique_ptr<AUVXTable> table(file.GetTable("FQ"));
+    std::unique_ptr<AUVXTable> table(file.GetTable(kLayoutFQ.name));
     if (!table) return false;
-    const int cSel = table->ColumnIndex("FRQSEL");
-    const int cFreq = table->ColumnIndex("IF FREQ");
-    const int cWidth = table->ColumnIndex("CH WIDTH");
-    const int cBand = table->ColumnIndex("TOTAL BANDWIDTH");
-    const int cSide = table->ColumnIndex("SIDEBAND");
+    const int cSel = table->ColumnIndex(LayoutColumnName(kLayoutFQ, kFQFrqSel));
+    const int cFreq = table->ColumnIndex(LayoutColumnName(kLayoutFQ, kFQIfFreq));
+    const int cWidth = table->ColumnIndex(LayoutColumnName(kLayoutFQ, kFQChWidth));
+    const int cBand = table->ColumnIndex(LayoutColumnName(kLayoutFQ, kFQTotalBandwidth));
+    const int cSide = table->ColumnIndex(LayoutColumnName(kLayoutFQ, kFQSideband));
     if (cSel < 0 || cFreq < 0 || cWidth < 0 || cBand < 0 || cSide < 0) return false;
     const int nIF = table->ParseFormat(cFreq).count;
     // Per-IF columns shorter than "IF FREQ" give 0 for the IFs they lack.
@@ -23,12 +25,12 @@ bool AUVXFqTbl::Init(AUVXFile& file) {
     const int nSide = table->ParseFormat(cSide).count;
     for (int r = 0; r < table->nRows; ++r) {
         Row row;
-        row.freqSel = static_cast<int>(table->GetDouble(r, cSel));
+        row.freqSel = TruncToInt32(table->GetDouble(r, cSel));
         for (int i = 0; i < nIF; ++i) {
             row.ifFreq.push_back(table->GetDouble(r, cFreq, i));
             row.chWidth.push_back(i < nWidth ? table->GetDouble(r, cWidth, i) : 0.0);
             row.bandwidth.push_back(i < nBand ? table->GetDouble(r, cBand, i) : 0.0);
-            row.sideband.push_back(i < nSide ? static_cast<int>(table->GetDouble(r, cSide, i)) : 0);
+            row.sideband.push_back(i < nSide ? TruncToInt32(table->GetDouble(r, cSide, i)) : 0);
         }
         rows.push_back(row);
     }

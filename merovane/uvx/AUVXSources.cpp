@@ -3,7 +3,9 @@
 
 #include <cstring>
 
+#include <merovane/foundation/NumberConversion.h>
 #include <merovane/uvx/AUVXHeader.h>
+#include <merovane/uvx/UVXTableLayouts.h>
 
 template class AArray<AUVXSourceItem>;
 
@@ -13,16 +15,16 @@ CString AUVXSourceItem::Name() const {
 
 bool AUVXSources::Init(AUVXTable& table) {
     Free();
-    const int cId = table.ColumnIndex("ID. NO.");
-    const int cName = table.ColumnIndex("SOURCE");
-    const int cRA = table.ColumnIndex("RAEPO");
-    const int cDec = table.ColumnIndex("DECEPO");
+    const int cId = table.ColumnIndex(LayoutColumnName(kLayoutSU, kSUId));
+    const int cName = table.ColumnIndex(LayoutColumnName(kLayoutSU, kSUSource));
+    const int cRA = table.ColumnIndex(LayoutColumnName(kLayoutSU, kSURaEpo));
+    const int cDec = table.ColumnIndex(LayoutColumnName(kLayoutSU, kSUDecEpo));
     if (cId < 0 || cName < 0 || cRA < 0 || cDec < 0) return false;
     if (table.ParseFormat(cName).type != 'A') return false;
     for (int r = 0; r < table.nRows; ++r) {
         AUVXSourceItem item;
         std::memset(&item, 0, sizeof(item));
-        item.id = static_cast<std::int32_t>(table.GetDouble(r, cId));
+        item.id = TruncToInt32(table.GetDouble(r, cId));
         AUVXHeader::SetText(item.name, 16, table.GetText(r, cName));
         item.ra = table.GetDouble(r, cRA);
         item.dec = table.GetDouble(r, cDec);

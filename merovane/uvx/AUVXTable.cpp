@@ -227,6 +227,18 @@ int AUVXTable::AddColumn(const char* name, char type, int repeat, const char* un
         m_errMsg = "Table \"" + m_name + "\": columns must come before the first row";
         return -1;
     }
+    // A name or unit cut to fit its field would be found by no reader that asks for the full name.
+    if (std::strlen(name) > sizeof(AXTblColumn::name)) {
+        m_errMsg = "Table \"" + m_name + "\": column name \"" + name + "\" is longer than " +
+                   toStr(static_cast<int>(sizeof(AXTblColumn::name)), "%d") + " characters";
+        return -1;
+    }
+    if (std::strlen(unit) > sizeof(AXTblColumn::unit)) {
+        m_errMsg = "Table \"" + m_name + "\": unit \"" + unit + "\" of column \"" + name +
+                   "\" is longer than " + toStr(static_cast<int>(sizeof(AXTblColumn::unit)), "%d") +
+                   " characters";
+        return -1;
+    }
     if (static_cast<std::int64_t>(rowBytes) + static_cast<std::int64_t>(size) * repeat > 0x7FFFFFFF) {
         m_errMsg = "Table \"" + m_name + "\": row too large";
         return -1;

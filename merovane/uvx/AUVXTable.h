@@ -69,7 +69,8 @@ public:
     CString ColumnName(int col) const;
 
     // Building. Columns come before the first row; AddColumn gives the new column's index, or -1
-    // (with m_errMsg) for an unknown type, a repeat below 1, or a table that already has rows.
+    // (with m_errMsg) for an unknown type, a repeat below 1, a table that already has rows, or a name
+    // longer than 20 or a unit longer than 8 characters (their fields' sizes: nothing is cut).
     int AddColumn(const char* name, char type, int repeat = 1, const char* unit = "");
     // Appends a row of zero bytes and returns its index.
     int AddRow();

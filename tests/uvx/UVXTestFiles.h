@@ -10,6 +10,7 @@
 #include <merovane/uvx/AUVXFile.h>
 #include <merovane/uvx/AUVXRecords.h>
 #include <merovane/uvx/AUVXTable.h>
+#include <merovane/uvx/UVXTableLayouts.h>
 
 namespace uvxtest {
 
@@ -74,38 +75,23 @@ struct Tables {
     AUVXTable an, su, fq, sl, ai;
     explicit Tables(bool leftHanded = false) {
         // Stations with IDs 1, 2, 3, 5.
-        Columns(an, "AN", {{"ANNAME", 'A', 8, ""}, {"STABXYZ", 'D', 3, "METERS"}, {"NOSTA", 'J', 1, ""}});
+        CreateTable(an, kLayoutAN, 2);
         an.SetKeyword("XYZHAND", leftHanded ? "LEFT" : "RIGHT");
         const char* stations[] = {"EF", "WB", "JODRELL2", "ON"};
         for (int i = 0; i < 4; ++i)
             an.SetText(AddRow(an, {4033947.0 + i, 486990.5 - i, 4900430.25 * (i + 1), i < 3 ? i + 1.0 : 5.0}),
                        0, stations[i]);
-        Columns(su, "SU",
-                {{"ID. NO.", 'J', 1, ""},
-                 {"SOURCE", 'A', 16, ""},
-                 {"RAEPO", 'D', 1, "DEGREES"},
-                 {"DECEPO", 'D', 1, "DEGREES"}});
+        CreateTable(su, kLayoutSU, 2);
         const char* sources[] = {"J0414+053", "3C84", "A-SIXTEEN-CHARS!"};
         for (int i = 0; i < 3; ++i)
             su.SetText(AddRow(su, {i + 1.0, 63.5 + 10.0 * i, -5.25 + i}), 1, sources[i]);
-        Columns(fq, "FQ",
-                {{"FRQSEL", 'J', 1, ""},
-                 {"IF FREQ", 'D', 2, "HZ"},
-                 {"CH WIDTH", 'E', 2, "HZ"},
-                 {"TOTAL BANDWIDTH", 'E', 2, "HZ"},
-                 {"SIDEBAND", 'J', 2, ""}});
+        CreateTable(fq, kLayoutFQ, 2);
         for (int i = 0; i < 2; ++i)
             AddRow(fq, {i + 1.0, 1.0e8 * i, 8.0e6 + 1.0e8 * i, 2.0e6, 2.0e6, 8.0e6, 8.0e6, 1, -1});
-        Columns(sl, "SL",
-                {{"START", 'D', 1, "SECONDS"}, {"END", 'D', 1, "SECONDS"}, {"SOURCE ID", 'J', 1, ""}});
+        CreateTable(sl, kLayoutSL, 2);
         sl.SetKeyword("REFDAY", 55554);
         for (int i = 0; i < 3; ++i) AddRow(sl, {3600.0 + 200.0 * i, 3600.0 + 200.0 * i + 150.0, i + 1.0});
-        Columns(ai, "AI",
-                {{"TIME", 'D', 1, "DAYS"},
-                 {"TIME_INTERVAL", 'E', 1, "DAYS"},
-                 {"ANTENNA_NO", 'J', 1, ""},
-                 {"NO_LEVELS", 'J', 1, ""},
-                 {"FREQID", 'J', 1, ""}});
+        CreateTable(ai, kLayoutAI, 2);
         ai.SetKeyword("OBSCODE", "TEST1");
         ai.SetKeyword("NO_STKD", 2);
         ai.SetKeyword("REF_FREQ", 4.6e9);
