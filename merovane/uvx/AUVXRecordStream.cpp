@@ -127,7 +127,8 @@ bool AUVXRecordReader::Open(AUVXFile& file, int first, int blockBytes) {
     m_elements = cubeElements(h.nIF, h.nChan, h.nStokes);
     m_count = file.nGroups;
     if (first < 0 || first > m_count) {
-        m_errMsg = "Cannot read from record " + toStr(first, "%d") + ": the file holds " + toStr(m_count, "%d");
+        m_errMsg =
+            "Cannot read from record " + toStr(first, "%d") + ": the file holds " + toStr(m_count, "%d");
         return false;
     }
     if (!file.Seek(AUVXFile::kFirstRecordPos + static_cast<std::int64_t>(first) * AUVXFile::RecordBytes(h))) {
@@ -220,8 +221,7 @@ bool AUVXRecordWriter::Write(const AUVXGroup& group, const AUVXComplex* elements
         m_errMsg = "Error write UVG data";
         return false;
     }
-    if (m_elements > 0 &&
-        m_buffer.Write(elements, m_elements * static_cast<int>(sizeof(AUVXComplex))) <= 0) {
+    if (m_elements > 0 && m_buffer.Write(elements, m_elements * static_cast<int>(sizeof(AUVXComplex))) <= 0) {
         m_errMsg = "Error write Visibility data";
         return false;
     }

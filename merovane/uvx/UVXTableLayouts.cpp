@@ -15,10 +15,8 @@ const AUVXColumnLayout kSUColumns[] = {
     {"DECEPO", 'D', 1, "DEGREES"},
 };
 const AUVXColumnLayout kFQColumns[] = {
-    {"FRQSEL", 'J', 1, ""},
-    {"IF FREQ", 'D', 0, "HZ"},
-    {"CH WIDTH", 'E', 0, "HZ"},
-    {"TOTAL BANDWIDTH", 'E', 0, "HZ"},
+    {"FRQSEL", 'J', 1, ""},     {"IF FREQ", 'D', 0, "HZ"},
+    {"CH WIDTH", 'E', 0, "HZ"}, {"TOTAL BANDWIDTH", 'E', 0, "HZ"},
     {"SIDEBAND", 'J', 0, ""},
 };
 const AUVXColumnLayout kSLColumns[] = {
@@ -27,10 +25,8 @@ const AUVXColumnLayout kSLColumns[] = {
     {"SOURCE ID", 'J', 1, ""},
 };
 const AUVXColumnLayout kAIColumns[] = {
-    {"TIME", 'D', 1, "DAYS"},
-    {"TIME_INTERVAL", 'E', 1, "DAYS"},
-    {"ANTENNA_NO", 'J', 1, ""},
-    {"NO_LEVELS", 'J', 1, ""},
+    {"TIME", 'D', 1, "DAYS"},   {"TIME_INTERVAL", 'E', 1, "DAYS"},
+    {"ANTENNA_NO", 'J', 1, ""}, {"NO_LEVELS", 'J', 1, ""},
     {"FREQID", 'J', 1, ""},
 };
 
@@ -56,7 +52,8 @@ bool CreateTable(AUVXTable& table, const AUVXTableLayout& layout, int nIF) {
     const int perIF = nIF > 1 ? nIF : 1;
     for (int c = 0; c < layout.count; ++c) {
         const AUVXColumnLayout& col = layout.columns[c];
-        if (table.AddColumn(col.name, col.type, col.repeat == 0 ? perIF : col.repeat, col.unit) != c) return false;
+        if (table.AddColumn(col.name, col.type, col.repeat == 0 ? perIF : col.repeat, col.unit) != c)
+            return false;
     }
     return true;
 }

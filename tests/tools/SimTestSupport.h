@@ -9,8 +9,8 @@
 #include <string>
 #include <vector>
 
-#include <merovane/foundation/AReadBuffer.h>
 #include <merovane/uvx/AUVXFile.h>
+#include <merovane/uvx/AUVXRecordStream.h>
 #include <merovane/uvx/AUVXRecords.h>
 
 #include "UVXSimulator.h"
@@ -73,19 +73,16 @@ inline void Simulated(const ASimConfig& c, const std::string& tag, ASimRun& run)
     run.file.reset(new AUVXFile);
     ASSERT_TRUE(run.file->Open((base + ".uvx").c_str())) << run.file->m_errMsg.GetString();
     AUVXFile& file = *run.file;
-    file.SeekUVGroup(0);
-    AReadBuffer reader;
-    ASSERT_TRUE(file.nGroups == 0 || reader.Create(1 << 20, file.file));
+    AUVXRecordReader reader;
+    ASSERT_TRUE(reader.Open(file)) << reader.m_errMsg.GetString();
     AUVXVisibility vis(file);
-    for (int r = 0; r < file.nGroups; ++r) {
-        ARecord rec;
-        ASSERT_TRUE(reader.Read(&rec.group, static_cast<int>(sizeof rec.group)) &&
-                    reader.Read(vis.data, vis.count * static_cast<int>(sizeof(AUVXComplex))))
-            << "record " << r;
+    ARecord rec;
+    while (reader.Next(rec.group, vis)) {
         rec.data.assign(vis.data, vis.data + vis.count);
         run.records.push_back(rec);
     }
-    reader.Close();
+    ASSERT_FALSE(reader.Failed()) << reader.m_errMsg.GetString();
+    ASSERT_EQ(static_cast<int>(run.records.size()), file.nGroups);
 }
 
 // Index of an element in a record of the truth's shape.

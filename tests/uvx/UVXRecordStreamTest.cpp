@@ -111,7 +111,7 @@ TEST(WidenStatistics, OrderedRuleWithNaNAndFlags) {
 
     // NaN last leaves the minimum NaN; NaN then a value gives the value back.
     std::vector<AUVXComplex> e = {{2.0f, -3.0f, -1.0f}, {-0.25f, 0.0f, 1.0f}, {nan, nan, 1.0f},
-                                  {0.75f, 0.5f, 1.0f}, {1.0f, 0.0f, 1.0f}, {nan, 0.0f, 1.0f}};
+                                  {0.75f, 0.5f, 1.0f},  {1.0f, 0.0f, 1.0f},   {nan, 0.0f, 1.0f}};
     AUVXHeader a = h;
     WidenStatistics(a, e.data(), 6);
     EXPECT_TRUE(std::isnan(a.reMin));
@@ -227,7 +227,10 @@ TEST(UVXTableLayouts, CreateTableGivesTheColumnsTheReadersFind) {
         const AUVXTableLayout* layout;
         const char* name;
         int nCols;
-    } cases[] = {{&kLayoutAN, "AN", 3}, {&kLayoutSU, "SU", 4}, {&kLayoutFQ, "FQ", 5}, {&kLayoutSL, "SL", 3},
+    } cases[] = {{&kLayoutAN, "AN", 3},
+                 {&kLayoutSU, "SU", 4},
+                 {&kLayoutFQ, "FQ", 5},
+                 {&kLayoutSL, "SL", 3},
                  {&kLayoutAI, "AI", 5}};
     for (const ACase& c : cases) {
         AUVXTable t;

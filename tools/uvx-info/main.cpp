@@ -7,13 +7,14 @@
 #include <string>
 #include <vector>
 
-#include <merovane/foundation/AReadBuffer.h>
 #include <merovane/uvx/AUVXAntenns.h>
 #include <merovane/uvx/AUVXFile.h>
 #include <merovane/uvx/AUVXHeader.h>
+#include <merovane/uvx/AUVXRecordStream.h>
 #include <merovane/uvx/AUVXRecords.h>
 #include <merovane/uvx/AUVXSources.h>
 #include <merovane/uvx/AUVXTable.h>
+#include <merovane/uvx/UVXTableLayouts.h>
 #include <merovane/uvx/UVXText.h>
 
 namespace {
@@ -211,31 +212,25 @@ int main(int argc, char** argv) {
             return 1;
         }
         PrintTable(table, rows, maxRows);
-        if (table.GetName() == "AN" && antennas.count == 0) antennas.Init(table);
-        if (table.GetName() == "SU" && sources.count == 0) sources.Init(table);
+        if (table.GetName() == kLayoutAN.name && antennas.count == 0) antennas.Init(table);
+        if (table.GetName() == kLayoutSU.name && sources.count == 0) sources.Init(table);
     }
 
     // One pass over the records.
-    file.SeekUVGroup(0);
-    AReadBuffer reader;
-    if (file.nGroups > 0 && !reader.Create(4194304, file.file)) {
-        std::fprintf(stderr, "uvx-info: %s: cannot read the records\n", path);
+    AUVXRecordReader reader;
+    if (!reader.Open(file)) {
+        std::fprintf(stderr, "uvx-info: %s: %s\n", path, reader.m_errMsg.GetString());
         return 1;
     }
     AUVXVisibility vis(h.nIF, h.nChan, h.nStokes);
-    const int visBytes = vis.count * static_cast<int>(sizeof(AUVXComplex));
     double tMin = 0, tMax = 0;
     std::map<int, long long> perSource;
     std::map<std::pair<int, int>, ABaselineStats> perBaseline;
     std::vector<AProductStats> cross(static_cast<std::size_t>(h.nStokes)),
         autos(static_cast<std::size_t>(h.nStokes));
     if (records > 0) std::printf("Records (first %lld)\n", records);
-    for (int r = 0; r < file.nGroups; ++r) {
-        AUVXGroup g;
-        if (!reader.Read(&g, static_cast<int>(sizeof g)) || !reader.Read(vis.data, visBytes)) {
-            std::fprintf(stderr, "uvx-info: %s: record %d cannot be read\n", path, r + 1);
-            return 1;
-        }
+    AUVXGroup g;
+    for (int r = 0; reader.Next(g, vis); ++r) {
         if (r == 0 || g.time < tMin) tMin = g.time;
         if (r == 0 || g.time > tMax) tMax = g.time;
         ++perSource[g.sourceId];
@@ -261,6 +256,10 @@ int main(int argc, char** argv) {
                 std::printf("\n");
             }
         }
+    }
+    if (reader.Failed()) {
+        std::fprintf(stderr, "uvx-info: %s: %s\n", path, reader.m_errMsg.GetString());
+        return 1;
     }
     reader.Close();
 

@@ -11,11 +11,12 @@
 #include <ostream>
 #include <sstream>
 
-#include <merovane/foundation/AWriteBuffer.h>
 #include <merovane/foundation/Calendar.h>
 #include <merovane/uvx/AUVXFile.h>
 #include <merovane/uvx/AUVXHeader.h>
+#include <merovane/uvx/AUVXRecordStream.h>
 #include <merovane/uvx/AUVXTable.h>
+#include <merovane/uvx/UVXTableLayouts.h>
 
 namespace {
 
@@ -29,7 +30,7 @@ constexpr float kQuantFactor[8] = {0.63662f, 0.88f, 0.94f, 0.96f, 0.98f, 0.99f, 
 // A small generator of its own (splitmix64), so that a seed gives the same observation with any
 // standard library.
 class ASimRandom {
-  public:
+public:
     explicit ASimRandom(std::uint64_t seed) : m_state(seed) {}
     std::uint64_t Next() {
         std::uint64_t z = (m_state += 0x9E3779B97F4A7C15ull);
@@ -56,7 +57,7 @@ class ASimRandom {
         return r * std::cos(2.0 * kPi * u2);
     }
 
-  private:
+private:
     std::uint64_t m_state;
     double m_spare = 0;
     bool m_haveSpare = false;
@@ -379,17 +380,13 @@ bool WriteUvx(const ASimConfig& c, const std::vector<AScan>& scans, const ASimTr
     for (std::size_t i = 0; i < t.stokes.size(); ++i) h.stokes[i] = static_cast<std::int16_t>(t.stokes[i]);
     h.nIF = c.nIF;
     h.nChan = c.nChan;
-    if (!file.Write(h)) return Fail(error, file.m_errMsg);
-    file.SeekUVGroup(0);
-
-    AWriteBuffer buffer;
-    if (buffer.Create(kWriteBlock, file.file) <= 0) return Fail(error, "cannot allocate the record block");
+    AUVXRecordWriter writer;
+    if (!writer.Open(file, h, true, kWriteBlock)) return Fail(error, writer.m_errMsg);
     const int nStokes = static_cast<int>(t.stokes.size());
     AUVXVisibility vis(c.nIF, c.nChan, nStokes);
     ASimRandom noise(c.seed * 0xD1B54A32D192ED03ull + 43);
     ASimRandom flags(c.seed * 0xABC98388FB8FAC03ull + 59);
     const float weight = static_cast<float>(t.Weight());
-    double reMin = 1e300, reMax = -1e300, imMin = 1e300, imMax = -1e300;
     bool ok = true;
     std::vector<std::complex<double>> scale(static_cast<std::size_t>(c.nIF * nStokes));
     for (const AScan& scan : scans) {
@@ -432,36 +429,21 @@ bool WriteUvx(const ASimConfig& c, const std::vector<AScan>& scans, const ASimTr
                                 e.im = static_cast<float>(v.imag());
                                 e.wt = weight;
                                 if (!isAuto && c.flags && flags.Uniform() < c.flagFraction) e.wt = -weight;
-                                reMin = std::min(reMin, static_cast<double>(e.re));
-                                reMax = std::max(reMax, static_cast<double>(e.re));
-                                imMin = std::min(imMin, static_cast<double>(e.im));
-                                imMax = std::max(imMax, static_cast<double>(e.im));
                             }
                         }
                     }
-                    if (buffer.Write(&g, static_cast<int>(sizeof g)) <= 0 ||
-                        buffer.Write(vis.data, vis.count * static_cast<int>(sizeof(AUVXComplex))) <= 0)
-                        ok = false;
+                    if (!writer.Write(g, vis)) ok = false;
                 }
             }
         }
     }
-    if (ok && buffer.Flush() < 0) ok = false;
-    buffer.Close();
-    if (!ok) return Fail(error, "cannot write the records");
-    if (reMin <= reMax) {
-        h.reMin = reMin;
-        h.reMax = reMax;
-        h.imMin = imMin;
-        h.imMax = imMax;
-    }
-    if (!file.Write(h)) return Fail(error, file.m_errMsg);
+    if (!ok) return Fail(error, "cannot write the records: " + writer.m_errMsg);
+    if (!writer.Finish()) return Fail(error, "cannot write the records: " + writer.m_errMsg);
 
-    AUVXTable an("AN");
-    const int anName = an.AddColumn("ANNAME", 'A', 8);
-    const int anXyz = an.AddColumn("STABXYZ", 'D', 3, "METERS");
-    const int anNo = an.AddColumn("NOSTA", 'J');
-    an.SetKeyword("XYZHAND", "RIGHT");
+    AUVXTable an;
+    CreateTable(an, kLayoutAN, c.nIF);
+    const int anName = kANName, anXyz = kANStabXyz, anNo = kANNoSta;
+    an.SetKeyword(kKeyXyzHand, "RIGHT");
     for (const ASimStationTruth& s : t.stations) {
         const int r = an.AddRow();
         an.SetText(r, anName, s.code.c_str());
@@ -472,11 +454,9 @@ bool WriteUvx(const ASimConfig& c, const std::vector<AScan>& scans, const ASimTr
     }
     if (!AddTable(file, an, error)) return false;
 
-    AUVXTable su("SU");
-    const int suId = su.AddColumn("ID. NO.", 'J');
-    const int suName = su.AddColumn("SOURCE", 'A', 16);
-    const int suRa = su.AddColumn("RAEPO", 'D', 1, "DEGREES");
-    const int suDec = su.AddColumn("DECEPO", 'D', 1, "DEGREES");
+    AUVXTable su;
+    CreateTable(su, kLayoutSU, c.nIF);
+    const int suId = kSUId, suName = kSUSource, suRa = kSURaEpo, suDec = kSUDecEpo;
     for (const ASimSourceTruth& s : t.sources) {
         const int r = su.AddRow();
         su.SetDouble(r, suId, s.id);
@@ -486,12 +466,10 @@ bool WriteUvx(const ASimConfig& c, const std::vector<AScan>& scans, const ASimTr
     }
     if (!AddTable(file, su, error)) return false;
 
-    AUVXTable fq("FQ");
-    const int fqSel = fq.AddColumn("FRQSEL", 'J');
-    const int fqFreq = fq.AddColumn("IF FREQ", 'D', c.nIF, "HZ");
-    const int fqWidth = fq.AddColumn("CH WIDTH", 'E', c.nIF, "HZ");
-    const int fqBw = fq.AddColumn("TOTAL BANDWIDTH", 'E', c.nIF, "HZ");
-    const int fqSide = fq.AddColumn("SIDEBAND", 'J', c.nIF);
+    AUVXTable fq;
+    CreateTable(fq, kLayoutFQ, c.nIF);
+    const int fqSel = kFQFrqSel, fqFreq = kFQIfFreq, fqWidth = kFQChWidth, fqBw = kFQTotalBandwidth,
+              fqSide = kFQSideband;
     const int fr = fq.AddRow();
     fq.SetDouble(fr, fqSel, 1);
     for (int f = 0; f < c.nIF; ++f) {
@@ -502,11 +480,10 @@ bool WriteUvx(const ASimConfig& c, const std::vector<AScan>& scans, const ASimTr
     }
     if (!AddTable(file, fq, error)) return false;
 
-    AUVXTable sl("SL");
-    const int slStart = sl.AddColumn("START", 'D', 1, "SECONDS");
-    const int slEnd = sl.AddColumn("END", 'D', 1, "SECONDS");
-    const int slSource = sl.AddColumn("SOURCE ID", 'J');
-    sl.SetKeyword("REFDAY", static_cast<std::int64_t>(std::llround(t.refJD - 2400000.5)));
+    AUVXTable sl;
+    CreateTable(sl, kLayoutSL, c.nIF);
+    const int slStart = kSLStart, slEnd = kSLEnd, slSource = kSLSourceId;
+    sl.SetKeyword(kKeyRefDay, static_cast<std::int64_t>(std::llround(t.refJD - 2400000.5)));
     for (const AScan& s : scans) {
         const int r = sl.AddRow();
         sl.SetDouble(r, slStart, s.start);
@@ -516,12 +493,10 @@ bool WriteUvx(const ASimConfig& c, const std::vector<AScan>& scans, const ASimTr
     if (!AddTable(file, sl, error)) return false;
 
     if (c.quantisation) {
-        AUVXTable ai("AI");
-        const int aiTime = ai.AddColumn("TIME", 'D', 1, "DAYS");
-        const int aiInterval = ai.AddColumn("TIME_INTERVAL", 'E', 1, "DAYS");
-        const int aiAnt = ai.AddColumn("ANTENNA_NO", 'J');
-        const int aiLevels = ai.AddColumn("NO_LEVELS", 'J');
-        const int aiFreq = ai.AddColumn("FREQID", 'J');
+        AUVXTable ai;
+        CreateTable(ai, kLayoutAI, c.nIF);
+        const int aiTime = kAITime, aiInterval = kAITimeInterval, aiAnt = kAIAntennaNo,
+                  aiLevels = kAINoLevels, aiFreq = kAIFreqId;
         const double first = scans.front().start, last = scans.back().end;
         for (const ASimStationTruth& s : t.stations) {
             const int r = ai.AddRow();
