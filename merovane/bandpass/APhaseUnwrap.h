@@ -1,5 +1,9 @@
-// APhaseUnwrap: removes the jumps of 2 pi from a series of phases taken along the channels.
+// APhaseUnwrap, and the small pieces that the phase bandpass calculators share.
 #pragma once
+
+#include <complex>
+
+#include <merovane/uvx/AUVXRecords.h>
 
 // A small value object, one per series (one IF of one product of one record). Set `fresh` before the
 // first phase of a series; each Add then gives the phase with every step between neighbours brought
@@ -14,3 +18,15 @@ public:
     double total = 0.0;  // unwrapped phase so far, radians
     bool fresh = true;   // set before the first phase of a series
 };
+
+// Polarisation index of a parallel-hand Stokes code: RR and XX 0, LL and YY nPol - 1; -1 for every
+// other code, which the phase calculators pass over.
+int PhaseParallelIndex(int code, int nPol);
+
+// coef x (cos angle + i sin angle): cosine and sine of the double angle narrowed to single precision,
+// the complex product in single precision.
+void PhaseRotate(std::complex<float>& coef, double angle);
+
+// True if `vis` is there and holds exactly nIF (at least 1) x nChan x nStokes elements in that
+// shape, so that every element the header promises can be read.
+bool PhaseRecordFits(const AUVXVisibility* vis, int nIF, int nChan, int nStokes);
