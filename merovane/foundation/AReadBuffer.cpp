@@ -59,10 +59,12 @@ bool AReadBuffer::Read(void* dst, int n) {
         out += avail;
         n -= avail;
         pos = size;
-        if (n > 0 && remaining <= 0) return false;
-        // The block is refilled as soon as it is used up, also when this read needs no more of it.
+        const bool streamEnded = remaining <= 0;
+        // The block is refilled as soon as it is used up, also when this read needs no more of it
+        // and when the stream has nothing left: the block is then empty (size 0, pos 0).
         if (!fill()) return false;
         if (n == 0) return true;
+        if (streamEnded) return false;
     }
 }
 

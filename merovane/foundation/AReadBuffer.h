@@ -20,7 +20,8 @@ public:
     // when the first fill fails.
     bool Create(int size, ABFile* file);
     // True when all n bytes were delivered (n below 1: true, nothing moves); false when a fill
-    // failed or the stream ended first.
+    // failed or the stream ended first. A read that runs past the end of the stream still refills
+    // the block as it does at every block edge, which leaves it empty: size 0 and pos 0.
     bool Read(void* dst, int n);
     // Releases the block; `file` stays. Returns 0.
     virtual int Close();

@@ -8,13 +8,14 @@
 #include <merovane/platform/TimeFunctions.h>
 
 CString JulianToDate(double jd, int& day, int& month, int& year) {
-    // Beyond about 21 million days the 32-bit products below would overflow; such a date (or NaN)
-    // is out of range like any other, with the three integers cleared.
-    if (!(jd > -2.0e7 && jd < 2.0e7)) {
-        day = month = year = 0;
+    // The steps below are exact in 32-bit integers for every truncated jd + 0.5 from
+    // kJulianDayLowest to kJulianDayHighest. One day beyond either end the century term leaves the
+    // 32-bit range: b x 100 - 12210 below, b x 100 after the Gregorian correction above. There is
+    // no date to store then (nor for NaN), so the integers are left as they were.
+    const double shifted = jd + 0.5;
+    if (!(shifted > kJulianDayLowest - 1.0 && shifted < kJulianDayHighest + 1.0))
         AfxThrowOleException(0x80004005u);
-    }
-    std::int32_t j = static_cast<std::int32_t>(jd + 0.5);
+    std::int32_t j = static_cast<std::int32_t>(shifted);
     if (j >= 2299161) {  // first day of the Gregorian calendar
         std::int32_t alpha = (j * 100 - 186721625) / 3652425;
         j = j + 1 + alpha - alpha / 4;

@@ -44,6 +44,40 @@ TEST(AReadBuffer, RecordsStraddlingBlocksArriveWhole) {
     EXPECT_EQ(all[49], 49);
 }
 
+TEST(AReadBuffer, ReadPastTheEndLeavesAnEmptyBlock) {
+    // 10 bytes in blocks of 8: the last block holds 2. A read of 3 from it takes both and then finds
+    // the stream used up; the block is refilled all the same, to nothing.
+    AFailFile f(ramp(10));
+    AReadBuffer r;
+    ASSERT_TRUE(r.Create(8, &f));
+    unsigned char b[8];
+    ASSERT_TRUE(r.Read(b, 5));
+    ASSERT_TRUE(r.Read(b, 3));  // exactly the end of the first block: the second (2 bytes) comes in
+    EXPECT_EQ(r.size, 2);
+    EXPECT_EQ(r.pos, 0);
+    EXPECT_EQ(r.remaining, 0);
+    EXPECT_FALSE(r.Read(b, 3));
+    EXPECT_EQ(b[0], 8);  // the two bytes that were there were delivered
+    EXPECT_EQ(b[1], 9);
+    EXPECT_EQ(r.size, 0);
+    EXPECT_EQ(r.pos, 0);
+    EXPECT_EQ(r.remaining, 0);
+    EXPECT_EQ(f.readCalls, 2);  // the empty refill costs no call of the stream
+    EXPECT_FALSE(r.Read(b, 1));
+    EXPECT_EQ(r.size, 0);
+    EXPECT_EQ(r.pos, 0);
+
+    // The same in the middle of a block: a read longer than what is left of the stream.
+    AFailFile g(ramp(6));
+    AReadBuffer s;
+    ASSERT_TRUE(s.Create(16, &g));
+    ASSERT_TRUE(s.Read(b, 2));
+    EXPECT_FALSE(s.Read(b, 5));
+    EXPECT_EQ(b[3], 5);
+    EXPECT_EQ(s.size, 0);
+    EXPECT_EQ(s.pos, 0);
+}
+
 TEST(AReadBuffer, StartsAtTheStreamPositionAndCountsTransfers) {
     AFailFile f(ramp(40));
     f.Seek(30);
