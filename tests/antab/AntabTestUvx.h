@@ -13,6 +13,7 @@
 #include <merovane/uvx/AUVXFile.h>
 #include <merovane/uvx/AUVXHeader.h>
 #include <merovane/uvx/AUVXTable.h>
+#include <merovane/uvx/UVXTableLayouts.h>
 
 struct TestStation {
     std::string name;
@@ -41,12 +42,13 @@ public:
 
     // Writes the file into memory and opens it; a failure ends the calling test.
     void Open() {
-        AUVXTable an("AN"), su("SU"), fq("FQ");
+        AUVXTable an, su, fq;
+        const int nIF = header.nIF > 1 ? header.nIF : 1;
+        CreateTable(an, kLayoutAN, nIF);
+        CreateTable(su, kLayoutSU, nIF);
+        CreateTable(fq, kLayoutFQ, nIF);
         // AN: name, position, ID.
-        an.AddColumn("ANNAME", 'A', 8);
-        an.AddColumn("STABXYZ", 'D', 3, "METERS");
-        an.AddColumn("NOSTA", 'J');
-        if (leftHanded) an.SetKeyword("XYZHAND", "LEFT");
+        if (leftHanded) an.SetKeyword(kKeyXyzHand, "LEFT");
         for (const TestStation& s : stations) {
             const int r = an.AddRow();
             an.SetText(r, 0, s.name.c_str());
@@ -55,22 +57,12 @@ public:
             an.SetDouble(r, 2, s.id);
         }
         // SU: ID, name, right ascension, declination.
-        su.AddColumn("ID. NO.", 'J');
-        su.AddColumn("SOURCE", 'A', 16);
-        su.AddColumn("RAEPO", 'D', 1, "DEGREES");
-        su.AddColumn("DECEPO", 'D', 1, "DEGREES");
         su.AddRow();
         su.SetDouble(0, 0, 1);
         su.SetText(0, 1, "SRC");
         su.SetDouble(0, 2, 0.0);
         su.SetDouble(0, 3, 30.0);
         // FQ: one frequency setup; per IF its offset, channel width, bandwidth and sideband.
-        const int nIF = header.nIF > 1 ? header.nIF : 1;
-        fq.AddColumn("FRQSEL", 'J');
-        fq.AddColumn("IF FREQ", 'D', nIF, "HZ");
-        fq.AddColumn("CH WIDTH", 'E', nIF, "HZ");
-        fq.AddColumn("TOTAL BANDWIDTH", 'E', nIF, "HZ");
-        fq.AddColumn("SIDEBAND", 'J', nIF);
         fq.AddRow();
         fq.SetDouble(0, 0, 1);
         for (int i = 0; i < nIF; ++i) {

@@ -5,6 +5,8 @@
 #include <memory>
 #include <vector>
 
+#include <merovane/uvx/UVXTableLayouts.h>
+
 #include "DigitisationFixtures.h"
 
 using namespace digtest;
@@ -14,10 +16,8 @@ namespace {
 // An "AI" table with its five columns in the usual order; each row is centre and length in days,
 // antenna, level count (2^bits) and setup.
 std::unique_ptr<AUVXTable> MakeAITable(const std::vector<std::vector<double>>& rows) {
-    auto table = std::make_unique<AUVXTable>("AI");
-    table->AddColumn("TIME", 'D', 1, "DAYS");
-    table->AddColumn("TIME_INTERVAL", 'E', 1, "DAYS");
-    for (const char* name : {"ANTENNA_NO", "NO_LEVELS", "FREQID"}) table->AddColumn(name, 'J');
+    auto table = std::make_unique<AUVXTable>();
+    CreateTable(*table, kLayoutAI, 1);
     for (const auto& row : rows) {
         const int r = table->AddRow();
         for (int c = 0; c < 5; ++c) table->SetDouble(r, c, row[c]);
@@ -154,10 +154,8 @@ TEST(AAIShortTbl, FindItemGoesByAntennaSetupAndEndInTableOrder) {
 }
 
 TEST(AAIShortTbl, IsOKChecksLevelsAgainstStationNames) {
-    auto an = std::make_unique<AUVXTable>("AN");
-    an->AddColumn("ANNAME", 'A', 8);
-    an->AddColumn("STABXYZ", 'D', 3, "METERS");
-    an->AddColumn("NOSTA", 'J');
+    auto an = std::make_unique<AUVXTable>();
+    CreateTable(*an, kLayoutAN, 1);
     for (const char* name : {"RA", "EF", "XRAY", "RAKU"}) {
         const int r = an->AddRow();
         an->SetText(r, 0, name);
