@@ -1,0 +1,33 @@
+// AUVXCalFormats: what uvx-cal reads and writes besides UVX, through the bridges this build has.
+#pragma once
+
+#include <string>
+#include <vector>
+
+// Turns IN into a UVX file the host layer can walk and OUT into the UVX file it writes, converting
+// through the FITS and Measurement Set bridges when they are built, and says clearly when not.
+class AUVXCalFormats {
+public:
+    ~AUVXCalFormats();
+    // `uvx` gets the UVX file to read: IN itself, or a converted copy. False with m_err.
+    bool PrepareInput(const std::string& in, std::string& uvx);
+    // `uvx` gets the UVX file to write: OUT itself, or a temporary file converted by FinishOutput.
+    bool PrepareOutput(const std::string& out, std::string& uvx);
+    // Converts the temporary output into OUT (nothing for a UVX output). False with m_err.
+    bool FinishOutput(const std::string& out, const std::string& uvx);
+    // Normalises the ANTAB file with the checker; `antab` then names the normalised copy.
+    bool FixAntab(std::string& antab, const std::string& uvx);
+    // Removes the temporary files.
+    void Discard();
+
+    std::string m_err;
+    std::vector<std::string> m_notes;
+
+private:
+    std::vector<std::string> m_temporary;
+};
+
+// Draws the report's plots with tools/uvx-cal/uvx-cal-plot.py on Debian's python3 (or the
+// interpreter in MEROVANE_PYTHON). False with `why` when the script or matplotlib is missing or
+// the script failed.
+bool RunPlotScript(const char* argv0, const std::string& dir, std::string& why);
