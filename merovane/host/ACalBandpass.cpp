@@ -40,8 +40,11 @@ bool ACalBandpass::Init(AUVXHeader& header, AUVXAntenns& antennas) {
     AImpl& im = *m_impl;
     for (int s = 0; s < header.nStokes && s < 8; ++s)
         if (header.stokes[s] > -1 || header.stokes[s] < -8) {
-            m_err = "the bandpass needs polarisation products (RR, LL, RL, LR, XX, YY, XY, YX); the file has Stokes "
-                    "code " + std::to_string(header.stokes[s]);
+            m_err =
+                "the bandpass needs polarisation products (RR, LL, RL, LR, XX, YY, XY, YX); the file has "
+                "Stokes "
+                "code " +
+                std::to_string(header.stokes[s]);
             return false;
         }
     im.bp.Init(header, antennas, 0);  // its result carries no meaning
@@ -117,27 +120,32 @@ bool ACalBandpass::Solve(APtrArray<AUVXVisibility*>& vis, AArray<AUVXGroup>& gro
         ABPass::GetTlscMap(useGroups, map);
         const bool refHere = im.ref < 0 ? map.count > 0 : IndexInMap(map, im.ref) >= 0;
         if (!refHere) {
-            const std::string note = "phase bandpass: the reference station " +
-                                     (im.opt.bpRefAnt.empty() ? std::string("(automatic)") : im.opt.bpRefAnt) +
-                                     " has no baseline in some intervals, which got no phase solution";
+            const std::string note =
+                "phase bandpass: the reference station " +
+                (im.opt.bpRefAnt.empty() ? std::string("(automatic)") : im.opt.bpRefAnt) +
+                " has no baseline in some intervals, which got no phase solution";
             if (im.told.insert(note).second) m_notes.push_back(note + " (first: " + when + ")");
         } else if (map.count >= 2) {
             bool ok = true;
             switch (im.opt.bpPhase) {
-                case ACalPhaseMethod::LMS: ok = im.bp.Calculate_PH_CS_LMS(useVis, useGroups, start, end, im.ref); break;
+                case ACalPhaseMethod::LMS:
+                    ok = im.bp.Calculate_PH_CS_LMS(useVis, useGroups, start, end, im.ref);
+                    break;
                 case ACalPhaseMethod::LMS1:
                     ok = im.bp.Calculate_PH_CS_LMS1(useVis, useGroups, start, end, im.ref);
                     break;
                 case ACalPhaseMethod::PHA_APR:
-                    ok = im.bp.Calculate_PHA_CS_APR(useVis, useGroups, start, end, im.ref, im.opt.bpPhaseOrder, false,
-                                                    true);
+                    ok = im.bp.Calculate_PHA_CS_APR(useVis, useGroups, start, end, im.ref,
+                                                    im.opt.bpPhaseOrder, false, true);
                     break;
-                case ACalPhaseMethod::None: break;
+                case ACalPhaseMethod::None:
+                    break;
             }
             if (!ok) {
-                const std::string note = "phase bandpass: the least-squares network could not be solved in some "
-                                         "intervals (a station without cross records, or fewer baselines than "
-                                         "stations); they got no phase solution";
+                const std::string note =
+                    "phase bandpass: the least-squares network could not be solved in some "
+                    "intervals (a station without cross records, or fewer baselines than "
+                    "stations); they got no phase solution";
                 if (im.told.insert(note).second) m_notes.push_back(note + " (first: " + when + ")");
             } else {
                 solved = true;
@@ -160,7 +168,9 @@ bool ACalBandpass::Apply(AUVXGroup& group, AUVXVisibility& vis) {
     return true;
 }
 
-int ACalBandpass::Intervals() const { return m_impl->intervals; }
+int ACalBandpass::Intervals() const {
+    return m_impl->intervals;
+}
 
 bool ACalBandpass::Write(const std::string& storePath, const std::string& csvPath) {
     AImpl& im = *m_impl;
@@ -202,8 +212,8 @@ bool ACalBandpass::Write(const std::string& storePath, const std::string& csvPat
                 for (unsigned c = 0; c < item.GetDim(2); ++c) {
                     const std::complex<float> v = item(p, f, c);
                     char line[160];
-                    std::snprintf(line, sizeof line, ",%.3f,%.3f,%u,%u,%u,%.7g,%.7g\n", item.start, item.end, f, p, c,
-                                  std::abs(v), std::arg(v));
+                    std::snprintf(line, sizeof line, ",%.3f,%.3f,%u,%u,%u,%.7g,%.7g\n", item.start, item.end,
+                                  f, p, c, std::abs(v), std::arg(v));
                     csv << name << line;
                 }
     }

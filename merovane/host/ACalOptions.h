@@ -55,10 +55,10 @@ struct MEROVANE_API ACalOptions {
     bool bpAmplitude = false;
     std::vector<ACalChannelRange> bpRanges;  // channel ranges to repair in the amplitude spectra
     ACalPhaseMethod bpPhase = ACalPhaseMethod::None;
-    int bpPhaseOrder = 3;     // polynomial coefficients for PHA_APR
-    std::string bpRefAnt;     // reference station by name; empty: the automatic choice
-    std::string bpSource;     // only this source's records are solved on; empty: every source
-    double bpStep = 0.0;      // seconds per solution; 0: one per scan (or the whole file without scans)
+    int bpPhaseOrder = 3;  // polynomial coefficients for PHA_APR
+    std::string bpRefAnt;  // reference station by name; empty: the automatic choice
+    std::string bpSource;  // only this source's records are solved on; empty: every source
+    double bpStep = 0.0;   // seconds per solution; 0: one per scan (or the whole file without scans)
 
     // Averaging to `avgStep` seconds (0: no averaging), intervals restarted at each scan when
     // `useScanList` is set and the file has a scan list.
@@ -67,7 +67,7 @@ struct MEROVANE_API ACalOptions {
     bool dropFlagged = false;  // leave flagged elements out of the means instead of adding them in
 
     // Selection.
-    std::string source;  // keep only this source's records; empty: all
+    std::string source;      // keep only this source's records; empty: all
     double startTime = 0.0;  // seconds from 0h of the reference day; records before it: see beforeStart
     ACalBeforeStart beforeStart = ACalBeforeStart::Drop;
 

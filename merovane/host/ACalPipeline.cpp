@@ -17,7 +17,6 @@
 #include <merovane/digitisation/AAIShortTbl.h>
 #include <merovane/digitisation/ADigErrCorrect.h>
 #include <merovane/digitisation/AVanFlakeCorrect.h>
-#include <merovane/host/ACalBandpass.hpp>
 #include <merovane/interval/AMeanCalc.h>
 #include <merovane/interval/AUVXTimeWorks.h>
 #include <merovane/uvx/AUVXAntenns.h>
@@ -25,6 +24,7 @@
 #include <merovane/uvx/AUVXRecordStream.h>
 #include <merovane/uvx/AUVXSkanList.h>
 #include <merovane/uvx/AUVXSources.h>
+#include <merovane/host/ACalBandpass.hpp>
 
 namespace fs = std::filesystem;
 
@@ -79,7 +79,7 @@ std::string number(double v, const char* format = "%.1f") {
 struct AStationTsys {
     std::string name;
     std::vector<double> times;
-    double farthest = 0.0;     // largest distance of a record time from the nearest row, seconds
+    double farthest = 0.0;  // largest distance of a record time from the nearest row, seconds
     std::int64_t farRecords = 0;
 
     double Distance(double t) const {
@@ -101,7 +101,8 @@ public:
 protected:
     bool Filter(AUVXVisibility& vis, AUVXGroup& group, int index, int flags) override {
         if (!AMeanCalc::Filter(vis, group, index, flags)) return false;
-        return accept == nullptr || (index >= 0 && index < static_cast<int>(accept->size()) && (*accept)[index]);
+        return accept == nullptr ||
+               (index >= 0 && index < static_cast<int>(accept->size()) && (*accept)[index]);
     }
 };
 
@@ -133,8 +134,8 @@ struct ACalPipeline::AState {
     std::unique_ptr<AAntabData> antab;
     std::unique_ptr<ACalBandpass> bandpass;
 
-    std::vector<AStationTsys> tsys;      // per ANTAB station bound to the AN table
-    std::array<int, 256> tsysOf{};       // telescope ID (as a byte) -> index into tsys, or -1
+    std::vector<AStationTsys> tsys;  // per ANTAB station bound to the AN table
+    std::array<int, 256> tsysOf{};   // telescope ID (as a byte) -> index into tsys, or -1
     double farSeconds = 1800.0;
     std::set<int> calibratedIds;
     std::set<std::string> reasonsTold;
@@ -149,7 +150,8 @@ struct ACalPipeline::AState {
     void Drop(const std::string& reason, const std::string& example = "") {
         summary->Drop(reason);
         if (!example.empty() && reasonsTold.insert(reason).second)
-            Message(ACalLevel::Warning, "record dropped: " + example + " (further records of this kind are counted)");
+            Message(ACalLevel::Warning,
+                    "record dropped: " + example + " (further records of this kind are counted)");
     }
     // Station name of telescope `id`, or "#id".
     std::string StationName(int id) const {
@@ -190,8 +192,8 @@ protected:
                 ++s.farRecords;
                 s.farthest = std::max(s.farthest, d);
                 if (m_st.opt.farTsys == ACalFarTsys::Drop) {
-                    m_st.Drop("no Tsys row of " + s.name + " within " + number(m_st.opt.farTsysMinutes, "%g") +
-                              " min");
+                    m_st.Drop("no Tsys row of " + s.name + " within " +
+                              number(m_st.opt.farTsysMinutes, "%g") + " min");
                     return false;
                 }
             }
@@ -278,8 +280,9 @@ protected:
     }
 
 private:
-    bool average(APtrArray<AUVXVisibility*>& vis, AArray<AUVXGroup>& groups, const std::vector<float>& weightBefore,
-                 double start, double end, APtrArray<AUVXVisibility*>& outVis, AArray<AUVXGroup>& outGroups) {
+    bool average(APtrArray<AUVXVisibility*>& vis, AArray<AUVXGroup>& groups,
+                 const std::vector<float>& weightBefore, double start, double end,
+                 APtrArray<AUVXVisibility*>& outVis, AArray<AUVXGroup>& outGroups) {
         ACalSummary& sum = *m_st.summary;
         const int n = vis.count;
         if (n == 0) return true;
@@ -492,7 +495,8 @@ bool ACalPipeline::Run(const std::string& in, const std::string& out, const ACal
     };
     auto sourceList = [&]() {
         std::string names;
-        for (int i = 0; i < st.sources.count; ++i) names += (i ? " " : "") + trimmed(st.sources[i].Name().GetString());
+        for (int i = 0; i < st.sources.count; ++i)
+            names += (i ? " " : "") + trimmed(st.sources[i].Name().GetString());
         return names.empty() ? std::string("none: the file has no source table (SU)") : names;
     };
     if (!options.source.empty() && !sourceId(options.source, st.sourceSel))
@@ -529,8 +533,9 @@ bool ACalPipeline::Run(const std::string& in, const std::string& out, const ACal
     st.digPower = options.digPower;
     if (st.digPower && !st.hasAutoCorr) {
         st.digPower = false;
-        m_summary.notDone.push_back("digitisation by power: the file has no autocorrelations, so the power of the "
-                                    "antennas cannot be measured");
+        m_summary.notDone.push_back(
+            "digitisation by power: the file has no autocorrelations, so the power of the "
+            "antennas cannot be measured");
     }
     if (st.digPower) st.power.Init(st.header, st.antennas);
     st.digBits = options.digBits;
@@ -538,21 +543,24 @@ bool ACalPipeline::Run(const std::string& in, const std::string& out, const ACal
         std::unique_ptr<AUVXTable> ai(inFile.GetTable("AI"));
         if (!ai) {
             st.digBits = false;
-            m_summary.notDone.push_back("digitisation by bits: the file has no antenna-information table (AI), so the "
-                                        "digitiser bits of the stations are unknown");
+            m_summary.notDone.push_back(
+                "digitisation by bits: the file has no antenna-information table (AI), so the "
+                "digitiser bits of the stations are unknown");
         } else {
             st.bits = std::make_unique<AAIShortTbl>(ai.get());
             if (!st.bits->IsOK(an.get())) {
                 if (options.digFixBits) {
                     st.bits->Correct();
-                    m_summary.warnings.push_back("the antenna-information table failed its check (a station with "
-                                                 "fewer than 4 bits per sample, or fewer than 1 for RA*, as if "
-                                                 "levels had been written for bits); --fix-bits raised the counts");
+                    m_summary.warnings.push_back(
+                        "the antenna-information table failed its check (a station with "
+                        "fewer than 4 bits per sample, or fewer than 1 for RA*, as if "
+                        "levels had been written for bits); --fix-bits raised the counts");
                 } else {
-                    m_summary.warnings.push_back("the antenna-information table failed its check (a station with "
-                                                 "fewer than 4 bits per sample, or fewer than 1 for RA*, as if "
-                                                 "levels had been written for bits); the counts were used as "
-                                                 "they are: --fix-bits raises them");
+                    m_summary.warnings.push_back(
+                        "the antenna-information table failed its check (a station with "
+                        "fewer than 4 bits per sample, or fewer than 1 for RA*, as if "
+                        "levels had been written for bits); the counts were used as "
+                        "they are: --fix-bits raises them");
                 }
             }
             st.quantisation.Init(*st.bits);
@@ -563,8 +571,10 @@ bool ACalPipeline::Run(const std::string& in, const std::string& out, const ACal
     if (!options.antab.empty()) {
         for (int s = 0; s < st.header.nStokes && s < 8; ++s)
             if (st.header.stokes[s] > -1 || st.header.stokes[s] < -4)
-                return finish(fail(in + ": the amplitude calibration needs circular products (RR, LL, RL, LR); "
-                                        "the file has Stokes code " + std::to_string(st.header.stokes[s])));
+                return finish(fail(in +
+                                   ": the amplitude calibration needs circular products (RR, LL, RL, LR); "
+                                   "the file has Stokes code " +
+                                   std::to_string(st.header.stokes[s])));
         std::ifstream text(options.antab, std::ios::binary);
         if (!text) return finish(fail(options.antab + ": cannot read the ANTAB file"));
         st.antab = std::make_unique<AAntabData>();
@@ -603,24 +613,28 @@ bool ACalPipeline::Run(const std::string& in, const std::string& out, const ACal
     // Bandpass.
     if (options.NeedsBandpassWalk()) {
         if (options.bpAmplitude && !st.hasAutoCorr) {
-            m_summary.notDone.push_back("amplitude bandpass: the file has no autocorrelations to derive it from");
+            m_summary.notDone.push_back(
+                "amplitude bandpass: the file has no autocorrelations to derive it from");
         }
         const bool phase = options.bpPhase != ACalPhaseMethod::None;
         if (phase || (options.bpAmplitude && st.hasAutoCorr)) {
             ACalOptions bpOptions = options;
             if (!st.hasAutoCorr) bpOptions.bpAmplitude = false;
             st.bandpass = std::make_unique<ACalBandpass>(bpOptions);
-            if (!st.bandpass->Init(st.header, st.antennas)) return finish(fail(in + ": " + st.bandpass->m_err));
+            if (!st.bandpass->Init(st.header, st.antennas))
+                return finish(fail(in + ": " + st.bandpass->m_err));
         }
     }
 
     if (averaging && options.useScanList && !st.hasScanList)
-        m_summary.warnings.push_back("the file has no scan list (SL): averaging intervals follow a plain grid of " +
-                                     number(options.avgStep, "%g") + " s and may span two scans");
+        m_summary.warnings.push_back(
+            "the file has no scan list (SL): averaging intervals follow a plain grid of " +
+            number(options.avgStep, "%g") + " s and may span two scans");
     if (averaging && !options.dropFlagged)
-        m_summary.warnings.push_back("averaging adds flagged elements into the means like any other (a record "
-                                     "counts when its first element's weight is at least 0.25); --drop-flagged "
-                                     "leaves them out");
+        m_summary.warnings.push_back(
+            "averaging adds flagged elements into the means like any other (a record "
+            "counts when its first element's weight is at least 0.25); --drop-flagged "
+            "leaves them out");
 
     m_summary.walks = st.bandpass ? 2 : 1;
     m_summary.passes = options.Passes();
@@ -676,22 +690,26 @@ bool ACalPipeline::Run(const std::string& in, const std::string& out, const ACal
         if (s.farRecords > 0)
             m_summary.warnings.push_back(
                 "station " + s.name + ": " + std::to_string(s.farRecords) + " record(s) lie further than " +
-                number(options.farTsysMinutes, "%g") + " min from any Tsys row (up to " + number(s.farthest / 60.0) +
-                " min); " +
-                (options.farTsys == ACalFarTsys::Hold ? "the nearest Tsys was held for them (--tsys-far drop leaves "
-                                                        "them out)"
-                                                      : "they were left out"));
+                number(options.farTsysMinutes, "%g") + " min from any Tsys row (up to " +
+                number(s.farthest / 60.0) + " min); " +
+                (options.farTsys == ACalFarTsys::Hold
+                     ? "the nearest Tsys was held for them (--tsys-far drop leaves "
+                       "them out)"
+                     : "they were left out"));
     if (st.mixedFreqIntervals > 0)
-        m_summary.warnings.push_back(std::to_string(st.mixedFreqIntervals) +
-                                     " averaging interval(s) held more than one frequency setup; their averaged "
-                                     "records carry setup 0");
+        m_summary.warnings.push_back(
+            std::to_string(st.mixedFreqIntervals) +
+            " averaging interval(s) held more than one frequency setup; their averaged "
+            "records carry setup 0");
     if (st.rawBeforeStart > 0)
-        m_summary.warnings.push_back(std::to_string(st.rawBeforeStart) +
-                                     " record(s) before the start time were copied raw, uncalibrated, into the output");
+        m_summary.warnings.push_back(
+            std::to_string(st.rawBeforeStart) +
+            " record(s) before the start time were copied raw, uncalibrated, into the output");
     if (st.mixedIntervals > 0)
-        m_summary.warnings.push_back(std::to_string(st.mixedIntervals) +
-                                     " averaging interval(s) held more than one source; their averaged records carry "
-                                     "the mean source ID: use the scan list or --source");
+        m_summary.warnings.push_back(
+            std::to_string(st.mixedIntervals) +
+            " averaging interval(s) held more than one source; their averaged records carry "
+            "the mean source ID: use the scan list or --source");
     for (const auto& w : m_summary.warnings) st.Message(ACalLevel::Warning, w);
     for (const auto& n : m_summary.notDone) st.Message(ACalLevel::Warning, "not done: " + n);
     return finish(true);
@@ -731,8 +749,8 @@ bool ACalPipeline::WriteReport(const std::string& dir) {
                 const double time = (row[0] + row[1] - refMJD) * 86400.0;
                 for (int p = 0; p + 2 < tl->m_tsys.cols; ++p)
                     if (row[p + 2] != 0.0)
-                        tsys << tl->m_name.GetString() << ',' << time << ',' << p << ',' << row[p + 2] * tl->m_ft
-                             << '\n';
+                        tsys << tl->m_name.GetString() << ',' << time << ',' << p << ','
+                             << row[p + 2] * tl->m_ft << '\n';
             }
         }
     }
@@ -743,7 +761,8 @@ bool ACalPipeline::WriteReport(const std::string& dir) {
     if (st.bandpass) {
         if (!st.bandpass->Write(store, csv)) return fail(st.bandpass->m_err);
     } else {
-        if (!writeText("bandpass.csv", "station,start_s,end_s,if,hand,channel,amplitude,phase\n")) return false;
+        if (!writeText("bandpass.csv", "station,start_s,end_s,if,hand,channel,amplitude,phase\n"))
+            return false;
         fs::remove(store, ec);
     }
     return true;

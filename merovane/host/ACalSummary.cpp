@@ -10,11 +10,21 @@ std::string jsonString(const std::string& s) {
     std::string out = "\"";
     for (unsigned char c : s) {
         switch (c) {
-            case '"': out += "\\\""; break;
-            case '\\': out += "\\\\"; break;
-            case '\n': out += "\\n"; break;
-            case '\r': out += "\\r"; break;
-            case '\t': out += "\\t"; break;
+            case '"':
+                out += "\\\"";
+                break;
+            case '\\':
+                out += "\\\\";
+                break;
+            case '\n':
+                out += "\\n";
+                break;
+            case '\r':
+                out += "\\r";
+                break;
+            case '\t':
+                out += "\\t";
+                break;
             default:
                 if (c < 0x20) {
                     char buf[8];
@@ -94,7 +104,8 @@ std::string ACalSummary::ToJson() const {
 std::string ACalSummary::ToText() const {
     char buf[256];
     std::string t = "passes: " + (passes.empty() ? std::string("none (copy)") : joined(passes, ", ")) + "\n";
-    std::snprintf(buf, sizeof buf, "records: %lld in the file, %lld read, %lld written, %lld merged by averaging\n",
+    std::snprintf(buf, sizeof buf,
+                  "records: %lld in the file, %lld read, %lld written, %lld merged by averaging\n",
                   static_cast<long long>(recordsIn), static_cast<long long>(recordsRead),
                   static_cast<long long>(recordsWritten), static_cast<long long>(recordsAveraged));
     t += buf;
@@ -102,8 +113,8 @@ std::string ACalSummary::ToText() const {
         std::snprintf(buf, sizeof buf, "dropped: %lld, ", static_cast<long long>(d.second));
         t += buf + d.first + "\n";
     }
-    std::snprintf(buf, sizeof buf, "intervals: %lld; bandpass solutions: %lld\n", static_cast<long long>(intervals),
-                  static_cast<long long>(bandpassIntervals));
+    std::snprintf(buf, sizeof buf, "intervals: %lld; bandpass solutions: %lld\n",
+                  static_cast<long long>(intervals), static_cast<long long>(bandpassIntervals));
     t += buf;
     if (flaggedAveraged > 0) {
         std::snprintf(buf, sizeof buf, "flagged elements added into means: %lld\n",
@@ -113,8 +124,8 @@ std::string ACalSummary::ToText() const {
     if (!stationsCalibrated.empty()) t += "stations calibrated: " + joined(stationsCalibrated, " ") + "\n";
     for (const auto& w : warnings) t += "warning: " + w + "\n";
     for (const auto& n : notDone) t += "not done: " + n + "\n";
-    std::snprintf(buf, sizeof buf, "time: %.2f s for %d walk(s) over %.1f MB, %.1f MB/s", seconds, walks, inputMB,
-                  MBPerSecond());
+    std::snprintf(buf, sizeof buf, "time: %.2f s for %d walk(s) over %.1f MB, %.1f MB/s", seconds, walks,
+                  inputMB, MBPerSecond());
     return t + buf;
 }
 

@@ -12,22 +12,22 @@
 // as far as the run got when it returns false.
 struct MEROVANE_API ACalSummary {
     std::string input, output;
-    std::vector<std::string> passes;  // in the order they ran
-    int walks = 0;                    // walks over the input made
-    std::int64_t recordsIn = 0;       // records of the input file
-    std::int64_t recordsRead = 0;     // records read in the last (output) walk
-    std::int64_t recordsWritten = 0;  // records in the output
-    std::int64_t recordsAveraged = 0; // records merged into averages (read and not written as such)
+    std::vector<std::string> passes;   // in the order they ran
+    int walks = 0;                     // walks over the input made
+    std::int64_t recordsIn = 0;        // records of the input file
+    std::int64_t recordsRead = 0;      // records read in the last (output) walk
+    std::int64_t recordsWritten = 0;   // records in the output
+    std::int64_t recordsAveraged = 0;  // records merged into averages (read and not written as such)
     // Records left out, by reason, in the order the reasons first arose.
     std::vector<std::pair<std::string, std::int64_t>> dropped;
-    std::int64_t intervals = 0;           // intervals of the output walk
-    std::int64_t bandpassIntervals = 0;   // solution intervals stored by the bandpass walk
-    std::int64_t flaggedAveraged = 0;     // flagged elements that went into means
+    std::int64_t intervals = 0;                   // intervals of the output walk
+    std::int64_t bandpassIntervals = 0;           // solution intervals stored by the bandpass walk
+    std::int64_t flaggedAveraged = 0;             // flagged elements that went into means
     std::vector<std::string> stationsCalibrated;  // stations with amplitude calibration applied
-    std::vector<std::string> notDone;   // what could not be done, and why
-    std::vector<std::string> warnings;  // what was done in a way the user may not expect
-    double seconds = 0.0;               // wall time of the whole run
-    double inputMB = 0.0;               // size of the input file in MB (1e6 bytes)
+    std::vector<std::string> notDone;             // what could not be done, and why
+    std::vector<std::string> warnings;            // what was done in a way the user may not expect
+    double seconds = 0.0;                         // wall time of the whole run
+    double inputMB = 0.0;                         // size of the input file in MB (1e6 bytes)
     double MBPerSecond() const { return seconds > 0.0 ? inputMB * walks / seconds : 0.0; }
     std::int64_t DroppedTotal() const;
 

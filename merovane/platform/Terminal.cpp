@@ -34,4 +34,6 @@ void PlatformCatchInterrupt(volatile int* flag) {
     sigaction(SIGINT, &action, nullptr);
 }
 
-void PlatformRaiseInterrupt() { raise(SIGINT); }
+void PlatformRaiseInterrupt() {
+    raise(SIGINT);
+}

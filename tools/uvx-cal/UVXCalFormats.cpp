@@ -32,7 +32,9 @@ std::string quoted(const std::string& s) {
 
 }  // namespace
 
-AUVXCalFormats::~AUVXCalFormats() { Discard(); }
+AUVXCalFormats::~AUVXCalFormats() {
+    Discard();
+}
 
 void AUVXCalFormats::Discard() {
     std::error_code ec;
@@ -47,9 +49,10 @@ bool AUVXCalFormats::PrepareInput(const std::string& in, std::string& uvx) {
         return false;
     }
     if (isFits(in)) {
-        m_err = in + ": a FITS file (UVFITS or FITS-IDI); reading it needs the FITS bridge (libmerovane-fits), "
-                     "which this build does not have: install cfitsio's development files (libcfitsio-dev) and "
-                     "build again, or convert the file to UVX first";
+        m_err = in +
+                ": a FITS file (UVFITS or FITS-IDI); reading it needs the FITS bridge (libmerovane-fits), "
+                "which this build does not have: install cfitsio's development files (libcfitsio-dev) and "
+                "build again, or convert the file to UVX first";
         return false;
     }
     uvx = in;
@@ -59,20 +62,24 @@ bool AUVXCalFormats::PrepareInput(const std::string& in, std::string& uvx) {
 bool AUVXCalFormats::PrepareOutput(const std::string& out, std::string& uvx) {
     const std::string ext = extensionOf(out);
     if (ext == ".uvfits" || ext == ".fits" || ext == ".fit") {
-        m_err = out + ": writing UVFITS needs the FITS bridge (libmerovane-fits), which this build does not "
-                      "have: install libcfitsio-dev and build again, or write a .uvx file";
+        m_err = out +
+                ": writing UVFITS needs the FITS bridge (libmerovane-fits), which this build does not "
+                "have: install libcfitsio-dev and build again, or write a .uvx file";
         return false;
     }
     if (ext == ".ms") {
-        m_err = out + ": writing a Measurement Set needs the MS bridge (libmerovane-ms), which this build does "
-                      "not have: install casacore-dev and build again, or write a .uvx file";
+        m_err = out +
+                ": writing a Measurement Set needs the MS bridge (libmerovane-ms), which this build does "
+                "not have: install casacore-dev and build again, or write a .uvx file";
         return false;
     }
     uvx = out;
     return true;
 }
 
-bool AUVXCalFormats::FinishOutput(const std::string&, const std::string&) { return true; }
+bool AUVXCalFormats::FinishOutput(const std::string&, const std::string&) {
+    return true;
+}
 
 bool AUVXCalFormats::FixAntab(std::string&, const std::string&) {
     m_err = "--antab-fix needs the ANTAB checker, which this build of the library does not have";

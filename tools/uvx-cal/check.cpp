@@ -27,7 +27,9 @@ const char* kUsage =
 
 constexpr double kPi = 3.14159265358979323846;
 
-double wrap(double a) { return std::remainder(a, 2.0 * kPi); }
+double wrap(double a) {
+    return std::remainder(a, 2.0 * kPi);
+}
 
 // rms across channels of amplitude over its mean minus 1, and of phase about its circular mean.
 void flatness(const std::vector<std::complex<double>>& spectrum, double& ampRms, double& phaseRms) {
@@ -78,7 +80,8 @@ int main(int argc, char** argv) {
         std::ifstream t(files[1]);
         CString err;
         if (!t || !truth.Load(t, &err)) {
-            std::fprintf(stderr, "uvx-cal-check: %s: cannot read the truth: %s\n", files[1].c_str(), err.GetString());
+            std::fprintf(stderr, "uvx-cal-check: %s: cannot read the truth: %s\n", files[1].c_str(),
+                         err.GetString());
             return 1;
         }
     }
@@ -136,8 +139,9 @@ int main(int argc, char** argv) {
         const double ratio = got / src.flux;
         const bool good = std::fabs(ratio - 1.0) <= tolerance;
         ok = ok && good;
-        std::printf("  %-10s %8.4f Jy simulated, %8.4f Jy recovered, ratio %.4f (%+.2f %%) %s\n", src.name.c_str(),
-                    src.flux, got, ratio, (ratio - 1.0) * 100.0, good ? "ok" : "OUTSIDE TOLERANCE");
+        std::printf("  %-10s %8.4f Jy simulated, %8.4f Jy recovered, ratio %.4f (%+.2f %%) %s\n",
+                    src.name.c_str(), src.flux, got, ratio, (ratio - 1.0) * 100.0,
+                    good ? "ok" : "OUTSIDE TOLERANCE");
     }
     // Flatness of the calibrated spectra and of the simulated bandpass products they started from.
     double ampAfter = 0, phAfter = 0, ampBefore = 0, phBefore = 0;
@@ -148,7 +152,8 @@ int main(int argc, char** argv) {
         if (!ASimTruth::Hands(header.stokes[s], h1, h2)) continue;
         std::vector<std::complex<double>> model(static_cast<std::size_t>(nChan));
         for (int c = 0; c < nChan; ++c)
-            model[static_cast<std::size_t>(c)] = truth.Bandpass(a1, f, h1, c) * std::conj(truth.Bandpass(a2, f, h2, c));
+            model[static_cast<std::size_t>(c)] =
+                truth.Bandpass(a1, f, h1, c) * std::conj(truth.Bandpass(a2, f, h2, c));
         double a, p;
         flatness(spec, a, p);
         ampAfter += a * a;
@@ -160,10 +165,10 @@ int main(int argc, char** argv) {
     }
     if (n > 0) {
         std::printf("bandpass residual rms across channels, over %ld baseline spectra:\n", n);
-        std::printf("  amplitude: %.4f (simulated bandpass before calibration: %.4f)\n", std::sqrt(ampAfter / n),
-                    std::sqrt(ampBefore / n));
-        std::printf("  phase:     %.4f rad (simulated bandpass before calibration: %.4f rad)\n", std::sqrt(phAfter / n),
-                    std::sqrt(phBefore / n));
+        std::printf("  amplitude: %.4f (simulated bandpass before calibration: %.4f)\n",
+                    std::sqrt(ampAfter / n), std::sqrt(ampBefore / n));
+        std::printf("  phase:     %.4f rad (simulated bandpass before calibration: %.4f rad)\n",
+                    std::sqrt(phAfter / n), std::sqrt(phBefore / n));
     }
     std::printf("%s (tolerance %.1f %%)\n", ok ? "PASS" : "FAIL", tolerance * 100.0);
     return ok ? 0 : 1;

@@ -175,10 +175,14 @@ int main(int argc, char** argv) {
         } else if (a == "--bp-phase") {
             if (!value(t)) return usageError("--bp-phase needs lms, lms1 or apr");
             t = lower(t);
-            if (t == "lms") opt.bpPhase = ACalPhaseMethod::LMS;
-            else if (t == "lms1") opt.bpPhase = ACalPhaseMethod::LMS1;
-            else if (t == "apr") opt.bpPhase = ACalPhaseMethod::PHA_APR;
-            else return usageError("--bp-phase takes lms, lms1 or apr, not " + t);
+            if (t == "lms")
+                opt.bpPhase = ACalPhaseMethod::LMS;
+            else if (t == "lms1")
+                opt.bpPhase = ACalPhaseMethod::LMS1;
+            else if (t == "apr")
+                opt.bpPhase = ACalPhaseMethod::PHA_APR;
+            else
+                return usageError("--bp-phase takes lms, lms1 or apr, not " + t);
         } else if (a == "--bp-order") {
             if (!number(d) || d != static_cast<int>(d)) return usageError("--bp-order needs a whole number");
             opt.bpPhaseOrder = static_cast<int>(d);
@@ -189,7 +193,8 @@ int main(int argc, char** argv) {
         } else if (a == "--bp-step") {
             if (!number(opt.bpStep)) return usageError("--bp-step needs seconds");
         } else if (a == "--average") {
-            if (!number(opt.avgStep) || opt.avgStep <= 0) return usageError("--average needs seconds above 0");
+            if (!number(opt.avgStep) || opt.avgStep <= 0)
+                return usageError("--average needs seconds above 0");
             averageGiven = true;
         } else if (a == "--no-scan-list") {
             opt.useScanList = false;
@@ -198,7 +203,8 @@ int main(int argc, char** argv) {
         } else if (a == "--source") {
             if (!value(opt.source)) return usageError("--source needs a source name");
         } else if (a == "--start") {
-            if (!value(t) || !parseTime(t, opt.startTime)) return usageError("--start takes seconds or hh:mm:ss");
+            if (!value(t) || !parseTime(t, opt.startTime))
+                return usageError("--start takes seconds or hh:mm:ss");
         } else if (a == "--keep-before-start") {
             opt.beforeStart = ACalBeforeStart::CopyRaw;
         } else if (a == "--all") {
