@@ -32,28 +32,35 @@ def _calibrate_one(inp: str, out: str, passes: Dict[str, Any]) -> Dict[str, Any]
     return merovane.calibrate(inp, out, **passes)
 
 
-def calibrate_many(files: Sequence[Union[PathLike, Tuple[PathLike, PathLike]]], client: Any = None,
+def calibrate_many(files: Sequence[Union[PathLike, Tuple[Any, ...]]], client: Any = None,
                    out_dir: Optional[PathLike] = None, **passes: Any) -> List[Dict[str, Any]]:
     """Calibrates each file with the same passes (keywords as :func:`merovane.calibrate`), one Dask
     task per file, and returns the summaries in the order of ``files``.
 
-    ``files`` holds input paths (outputs named by :func:`output_path` in ``out_dir``) or
-    (input, output) pairs. With ``client`` (a dask.distributed Client) the tasks run on its cluster;
+    ``files`` holds input paths (outputs named by :func:`output_path` in ``out_dir``), (input, output)
+    pairs, or (input, output, {option: value}) triples whose options add to or replace ``passes`` for
+    that file (for example its own ``antab``). With ``client`` (a dask.distributed Client) the tasks run on its cluster;
     without one they run on Dask's local threaded scheduler. The first failing file's MerovaneError
     is raised once all tasks have ended.
     """
     import dask
 
-    pairs = []
+    jobs = []
     for item in files:
+        own: Dict[str, Any] = {}
         if isinstance(item, (tuple, list)):
-            inp, out = item
+            if len(item) == 3:
+                inp, out, own = item
+            elif len(item) == 2:
+                inp, out = item
+            else:
+                raise ValueError("calibrate_many takes paths, (input, output) or (input, output, options)")
         else:
             inp, out = item, output_path(item, out_dir)
-        pairs.append((os.fspath(inp), os.fspath(out)))
+        jobs.append((os.fspath(inp), os.fspath(out), {**passes, **own}))
     if out_dir is not None:
         os.makedirs(os.fspath(out_dir), exist_ok=True)
-    tasks = [dask.delayed(_calibrate_one, pure=False)(inp, out, dict(passes)) for inp, out in pairs]
+    tasks = [dask.delayed(_calibrate_one, pure=False)(inp, out, options) for inp, out, options in jobs]
     if client is not None:
         futures = client.compute(tasks)
         return client.gather(futures)
