@@ -54,15 +54,36 @@ public:
     // chooses), each baseline's unwrapped phases approximated by a polynomial of `order` coefficients
     // and multiplied as a rotation into the other telescope's coefficients. With `fit` false only the
     // counts are marked. The doubles and the first bool are not read. True in every case.
+    // The polynomial is fitted over 2 nChan - 1 entries, the nChan unwrapped phases against the
+    // channel number and nChan - 1 points (0, 0), so that order 1 gives about half the mean phase.
+    // The other telescope gets exp(-i fit) when `ref` is ant1, exp(+i fit) when it is ant2; `ref`'s
+    // own coefficients stay, and the counts of its cells and of the turned cells become 1. Records
+    // whose shape differs from the header's, and telescopes without an item, are passed over; a
+    // negative `ref` on an interval without records does nothing.
     bool Calculate_PHA_CS_APR(APtrArray<AUVXVisibility*>& visibilities, AArray<AUVXGroup>& groups,
                               double start, double end, int ref, int order, bool unused, bool fit);
     // Phase bandpass by least squares over the baseline network for whole unwrapped spectra, then
     // each telescope's rotation from its baselines to `ref`. False if a matrix cannot be had or a
     // kernel reports a status other than 0.
+    // The least-squares solve only tests the network (an empty column, fewer cross records than
+    // telescopes other than `ref`, no cross record: false). Item t must go with row t of the antenna
+    // table; it is multiplied, per channel, by exp(+i phase) of every record with `ref` whose ant1 is
+    // that row's telescope and by exp(-i phase) of every one whose ant2 it is, measured phases, `ref`'s
+    // own item included. A `ref` that is not in the telescope map of `groups`, or a record read whose
+    // shape differs from the header's, ends the call with false before anything has changed, without
+    // a message. A failing solve in a later product or IF leaves earlier ones multiplied in.
     bool Calculate_PH_CS_LMS(APtrArray<AUVXVisibility*>& visibilities, AArray<AUVXGroup>& groups,
                              double start, double end, int ref);
     // Least-squares phase per channel and telescope, multiplied as a rotation into the coefficients.
     // False if a kernel reports a status other than 0.
+    // Model: the measured (wrapped) phase of a cross record is phase(ant1) - phase(ant2), `ref`'s phase
+    // 0; each solved phase x multiplies exp(+i x) into its telescope's cell, `ref`'s item stays. Every
+    // telescope of the map needs a cross record, and the cross records must be at least as many as the
+    // telescopes besides `ref`; else false before any change (an empty last column of a square system
+    // is not tested by the factorisation and gives NaN coefficients instead).
+    // A `ref` that is not in the telescope map of `groups` shows "iref < 0" (AfxMessageBox) and ends
+    // the call with false before anything has changed; so does a record whose shape differs from the
+    // header's, without a message.
     bool Calculate_PH_CS_LMS1(APtrArray<AUVXVisibility*>& visibilities, AArray<AUVXGroup>& groups,
                               double start, double end, int ref);
 
