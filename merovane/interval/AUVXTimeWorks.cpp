@@ -3,14 +3,10 @@
 
 #include <algorithm>
 #include <cstdlib>
-#include <limits>
 #include <memory>
 
-#if defined(__SSE2__)
-#include <emmintrin.h>
-#endif
-
 #include <merovane/foundation/AReadBuffer.h>
+#include <merovane/uvx/AUVXRecordStream.h>
 #include <merovane/uvx/AUVXTable.h>
 #include <merovane/uvx/UVXText.h>
 
@@ -27,89 +23,58 @@ std::int32_t gridIndex(double quotient) {
     return INT32_MIN;
 }
 
-// Lowest and highest real and imaginary part of a record's elements (NaN left out), and whether a
-// NaN is among them.
-struct ARange {
-    float reLo, reHi, imLo, imHi;
-    bool reNaN, imNaN;
-};
-
-ARange rangeOf(const AUVXComplex* e, int n) {
-    const float inf = std::numeric_limits<float>::infinity();
-    ARange r{inf, -inf, inf, -inf, false, false};
-    int k = 0;
-#if defined(__SSE2__)
-    // Four elements are twelve floats, three vectors; lane j of vector v always holds component
-    // (4 v + j) % 3 of an element (re, im, wt), so each vector keeps its own lowest, highest and NaN
-    // lanes and they are sorted out at the end. min/max keep their second operand when the first is
-    // NaN, so a NaN only shows in the NaN lanes.
-    if (n >= 4) {
-        const float* p = &e[0].re;
-        __m128 lo[3], hi[3], nan[3];
-        for (int v = 0; v < 3; ++v) {
-            lo[v] = _mm_set1_ps(inf);
-            hi[v] = _mm_set1_ps(-inf);
-            nan[v] = _mm_setzero_ps();
-        }
-        for (; k + 4 <= n; k += 4, p += 12) {
-            for (int v = 0; v < 3; ++v) {
-                __m128 x = _mm_loadu_ps(p + 4 * v);
-                lo[v] = _mm_min_ps(x, lo[v]);
-                hi[v] = _mm_max_ps(x, hi[v]);
-                nan[v] = _mm_or_ps(nan[v], _mm_cmpunord_ps(x, x));
-            }
-        }
-        for (int v = 0; v < 3; ++v) {
-            float l[4], h[4];
-            _mm_storeu_ps(l, lo[v]);
-            _mm_storeu_ps(h, hi[v]);
-            int nanBits = _mm_movemask_ps(nan[v]);
-            for (int j = 0; j < 4; ++j) {
-                int component = (4 * v + j) % 3;
-                bool isNaN = (nanBits >> j) & 1;
-                if (component == 0) {
-                    r.reLo = std::min(r.reLo, l[j]);
-                    r.reHi = std::max(r.reHi, h[j]);
-                    r.reNaN = r.reNaN || isNaN;
-                } else if (component == 1) {
-                    r.imLo = std::min(r.imLo, l[j]);
-                    r.imHi = std::max(r.imHi, h[j]);
-                    r.imNaN = r.imNaN || isNaN;
-                }
-            }
-        }
-    }
-#endif
-    for (; k < n; ++k) {
-        float x = e[k].re, y = e[k].im;
-        if (x != x) r.reNaN = true;
-        r.reLo = std::min(r.reLo, x);
-        r.reHi = std::max(r.reHi, x);
-        if (y != y) r.imNaN = true;
-        r.imLo = std::min(r.imLo, y);
-        r.imHi = std::max(r.imHi, y);
-    }
-    return r;
-}
-
-// Widens [lo, hi] by the components at `component` (0 re, 1 im) of n elements, one after the
-// other. The lower test is "not at least the minimum", so a NaN takes the minimum and the next value
-// takes it back; the upper test never lets a NaN in.
-void widenInOrder(const AUVXComplex* e, int n, int component, double& lo, double& hi) {
-    for (int k = 0; k < n; ++k) {
-        double x = component == 0 ? e[k].re : e[k].im;
-        if (!(x >= lo)) lo = x;
-        if (x > hi) hi = x;
-    }
-}
-
 }  // namespace
 
+AUVXTimeWorks::AWriteBlock::~AWriteBlock() {
+    if (owned) std::free(block);
+}
+
 AUVXTimeWorks::AUVXTimeWorks() = default;
-AUVXTimeWorks::AUVXTimeWorks(const AUVXTimeWorks& other) = default;
-AUVXTimeWorks& AUVXTimeWorks::operator=(const AUVXTimeWorks& other) = default;
+
+AUVXTimeWorks::AUVXTimeWorks(const AUVXTimeWorks& other)
+    : m_useSkanList(other.m_useSkanList),
+      m_errMsg(other.m_errMsg),
+      m_outFile(other.m_outFile),
+      m_inFile(other.m_inFile),
+      m_abortFlag(other.m_abortFlag),
+      m_writeBuffer(other.m_writeBuffer),
+      m_header(other.m_header) {
+    // A block the other object made itself is shared from now on, so the first of the two to go
+    // away cannot take it from the other.
+    other.adoptWriteBlock();
+    m_writeBlock = other.m_writeBlock;
+}
+
+AUVXTimeWorks& AUVXTimeWorks::operator=(const AUVXTimeWorks& other) {
+    if (this == &other) return *this;
+    adoptWriteBlock();
+    other.adoptWriteBlock();
+    m_useSkanList = other.m_useSkanList;
+    m_errMsg = other.m_errMsg;
+    m_outFile = other.m_outFile;
+    m_inFile = other.m_inFile;
+    m_abortFlag = other.m_abortFlag;
+    m_writeBuffer = other.m_writeBuffer;
+    m_header = other.m_header;
+    m_writeBlock = other.m_writeBlock;
+    return *this;
+}
+
 // The block goes with the last share of m_writeBlock; m_writeBuffer frees nothing when destroyed.
-AUVXTimeWorks::~AUVXTimeWorks() = default;
+AUVXTimeWorks::~AUVXTimeWorks() {
+    adoptWriteBlock();
+}
+
+void AUVXTimeWorks::adoptWriteBlock() const {
+    unsigned char* block = m_writeBuffer.block;
+    if (m_writeBlock != nullptr) {
+        if (m_writeBlock->block == block) return;
+        // The buffer let go of the shared block through its own Create or Close, which freed it.
+        m_writeBlock->owned = false;
+        m_writeBlock.reset();
+    }
+    if (block != nullptr) m_writeBlock = std::make_shared<AWriteBlock>(block);
+}
 
 bool AUVXTimeWorks::Filter(AUVXVisibility&, AUVXGroup&, int) {
     return true;
@@ -152,8 +117,9 @@ int AUVXTimeWorks::GetIndexFromSL(AUVXSkanList& list, double mjd, double time) {
 }
 
 void AUVXTimeWorks::releaseWriteBlock() {
-    // The pointer in m_writeBuffer may be shared with copies of this object (or may be a share this
-    // object no longer holds): it is never freed from here, only the share is dropped.
+    // The block in m_writeBuffer may be shared with copies of this object: only the share is dropped,
+    // and the block goes when no copy holds it any more.
+    adoptWriteBlock();
     m_writeBuffer.block = nullptr;
     m_writeBuffer.size = 0;
     m_writeBuffer.used = 0;
@@ -183,6 +149,11 @@ bool AUVXTimeWorks::IntervalsExec(AUVXFile* in, AUVXFile* out, double start, dou
     groups.growBy = 256;
     AUVXSkanList skanList;
     AReadBuffer readBuffer;
+    // Visibilities of closed intervals (and records that were not kept), ready for the next records:
+    // every record of the file has one shape, so a pass allocates no more of them than its longest
+    // interval holds.
+    APtrArray<AUVXVisibility*> spare;
+    spare.growBy = 256;
 
     // The host's preparation, before anything of this run is stored in the object.
     if (!IntervalsExec_Init()) return false;
@@ -214,13 +185,37 @@ bool AUVXTimeWorks::IntervalsExec(AUVXFile* in, AUVXFile* out, double start, dou
             m_errMsg = "Can`t create write buffer";
             return false;
         }
-        m_writeBlock.reset(m_writeBuffer.block, [](unsigned char* p) { std::free(p); });
+        adoptWriteBlock();
     }
 
-    // Closes the open interval: hands its records to the hook and empties the arrays.
+    // The shape of every record of the input. A visibility that a hook gave another shape (or other
+    // storage) is not taken again but deleted. `record` holds the visibility the next record is read
+    // into, owned here until the interval's array takes it and released on every other way out; a
+    // record that Filter or DropTimeData passed over leaves it for the next one.
+    const int shapeIF = in->GetHeader().nIF, shapeChan = in->GetHeader().nChan;
+    const int shapeStokes = in->GetHeader().nStokes;
+    std::unique_ptr<AUVXVisibility> record(new AUVXVisibility(shapeIF, shapeChan, shapeStokes));
+    const int shapeCount = record->count;
+    auto reusable = [&](const AUVXVisibility* v) {
+        return v->nIF == shapeIF && v->nChan == shapeChan && v->nStokes == shapeStokes &&
+               v->count == shapeCount && v->capacity >= v->count && (v->count == 0 || v->data != nullptr);
+    };
+    auto keepSpare = [&](AUVXVisibility* v) {
+        if (v == nullptr) return;
+        if (reusable(v) && spare.Add(v) >= 0) return;
+        delete v;
+    };
+
+    // Closes the open interval: hands its records to the hook and empties the arrays. The hook keeps
+    // nothing, so its visibilities go to the spares instead of being deleted.
     auto closeInterval = [&]() -> bool {
         if (groups.count > 0 && !IntervalsExec_Calculate(vis, groups, intervalStart, intervalEnd))
             return false;
+        for (int k = 0; k < vis.count; ++k) {
+            AUVXVisibility* v = vis[k];
+            vis[k] = nullptr;
+            keepSpare(v);
+        }
         vis.Free();
         groups.Free();
         return true;
@@ -228,6 +223,7 @@ bool AUVXTimeWorks::IntervalsExec(AUVXFile* in, AUVXFile* out, double start, dou
 
     // The records.
     const int nGroups = in->nGroups;
+    const int visBytes = shapeCount * static_cast<int>(sizeof(AUVXComplex));
     for (int index = 0; index < nGroups; ++index) {
         if (abort != nullptr && *abort != 0) {
             m_errMsg = "User abort";
@@ -245,9 +241,16 @@ bool AUVXTimeWorks::IntervalsExec(AUVXFile* in, AUVXFile* out, double start, dou
             m_errMsg = toStr(index, "Error reading AUVXGroup #%d");
             return false;
         }
-        // Owned here until the interval's array takes it; released on every other way out.
-        std::unique_ptr<AUVXVisibility> record(new AUVXVisibility(*in));
-        if (!readBuffer.Read(record->data, record->count * static_cast<int>(sizeof(AUVXComplex)))) {
+        if (record != nullptr && !reusable(record.get())) record.reset();
+        if (record == nullptr) {
+            if (spare.count > 0) {
+                record.reset(spare[spare.count - 1]);
+                spare[--spare.count] = nullptr;
+            } else {
+                record.reset(new AUVXVisibility(shapeIF, shapeChan, shapeStokes));
+            }
+        }
+        if (!readBuffer.Read(record->data, visBytes)) {
             m_errMsg = toStr(index, "Error reading Visibility #%d");
             return false;
         }
@@ -325,23 +328,8 @@ bool AUVXTimeWorks::writeRecord(const AUVXGroup& group, const AUVXVisibility& vi
         m_errMsg = "Error write Visibility data";
         return false;
     }
-    // Every element counts, flagged or not, one after the other (see widenInOrder). Most records lie
-    // inside the statistics gathered so far and hold no NaN: the rule then changes nothing, which a
-    // look at the record's range tells at a fraction of the cost of the ordered walk.
-    ARange r = rangeOf(vis.data, vis.count);
-    double lo = m_header.reMin, hi = m_header.reMax;
-    if (r.reNaN || !(r.reLo >= lo) || !(r.reHi <= hi)) {
-        widenInOrder(vis.data, vis.count, 0, lo, hi);
-        m_header.reMin = lo;
-        m_header.reMax = hi;
-    }
-    lo = m_header.imMin;
-    hi = m_header.imMax;
-    if (r.imNaN || !(r.imLo >= lo) || !(r.imHi <= hi)) {
-        widenInOrder(vis.data, vis.count, 1, lo, hi);
-        m_header.imMin = lo;
-        m_header.imMax = hi;
-    }
+    // Every element counts, flagged or not, one after the other.
+    WidenStatistics(m_header, vis.data, vis.count);
     return true;
 }
 

@@ -27,8 +27,11 @@
 //   pointer as a value). The copies hold it together: the last of them to go away releases it, and
 //   a run never frees a block that another copy may still be using; it lets go of its share and
 //   allocates a block of its own. The destructor neither flushes nor closes anything (after a failed
-//   run the host disposes of the output, which may be gone by then). A derived class writes through
-//   DropTimeData and WriteData and may Flush m_writeBuffer, but never calls its Create or Close.
+//   run the host disposes of the output, which may be gone by then). A block that a derived class
+//   creates itself with m_writeBuffer.Create (to call WriteData outside a run) is taken into the same
+//   sharing at the next copy, run or destruction, so it is released with the object. Create and
+//   Close of m_writeBuffer free the block it held before, so a derived class calls them only while
+//   no copy of the object shares that block.
 // - m_useSkanList and m_errMsg are public members: the host sets the one before a run and reads the
 //   other after a run that returned false. The other members are protected, for derived classes.
 // - Writing the output. A failure to store the header (at the start or at the end of the run) or to
@@ -125,8 +128,21 @@ private:
     bool writeRecord(const AUVXGroup& group, const AUVXVisibility& vis);
     // Lets go of this object's share of the write block before a new one is allocated.
     void releaseWriteBlock();
+    // Makes m_writeBlock the share of m_writeBuffer.block: a block that m_writeBuffer has now and that
+    // is not the shared one is taken in; the shared one, which the buffer then no longer holds, was
+    // released by the buffer's own Create or Close and is not released again.
+    void adoptWriteBlock() const;
 
+    // A block of m_writeBuffer and whether it is still to be released with its last share.
+    struct AWriteBlock {
+        explicit AWriteBlock(unsigned char* b) : block(b) {}
+        AWriteBlock(const AWriteBlock&) = delete;
+        AWriteBlock& operator=(const AWriteBlock&) = delete;
+        ~AWriteBlock();
+        unsigned char* block;
+        bool owned = true;
+    };
     // The block of m_writeBuffer as shared by the copies of this object; empty when this object holds
-    // no share (before its first run, or when m_writeBuffer.block is not the block held here).
-    std::shared_ptr<unsigned char> m_writeBlock;
+    // no block. Adopted lazily, so it may lag behind m_writeBuffer until adoptWriteBlock runs.
+    mutable std::shared_ptr<AWriteBlock> m_writeBlock;
 };
