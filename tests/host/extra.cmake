@@ -6,3 +6,12 @@ foreach(program uvx-cal uvx-cal-check)
     add_dependencies(${target} ${program})
   endif()
 endforeach()
+# With the FITS bridge, uvx-cal reads UVFITS and FITS-IDI; the tests write FITS-IDI files with the
+# FITS tests' cfitsio writer.
+if(TARGET merovane-fits)
+  get_property(host_cfitsio_target GLOBAL PROPERTY MEROVANE_CFITSIO_TARGET)
+  target_sources(${target} PRIVATE ${PROJECT_SOURCE_DIR}/tests/fits/FitsTestFiles.cpp)
+  target_link_libraries(${target} PRIVATE ${host_cfitsio_target})
+  target_include_directories(${target} PRIVATE ${PROJECT_SOURCE_DIR}/tests/fits)
+  target_compile_definitions(${target} PRIVATE MEROVANE_HOST_FITS)
+endif()

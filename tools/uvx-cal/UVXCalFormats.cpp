@@ -7,6 +7,14 @@
 #include <filesystem>
 #include <fstream>
 
+#if defined(MEROVANE_UVXCAL_FITS)
+#include "AFitsExport.h"
+#include "AFitsImport.h"
+#endif
+#if defined(MEROVANE_UVXCAL_MS)
+#include "AMSBridge.h"
+#endif
+
 namespace fs = std::filesystem;
 
 namespace {
@@ -49,11 +57,37 @@ bool AUVXCalFormats::PrepareInput(const std::string& in, std::string& uvx) {
         return false;
     }
     if (isFits(in)) {
+#if defined(MEROVANE_UVXCAL_FITS)
+        const AFitsImport::Format format = AFitsImport::Detect(in.c_str());
+        if (format != AFitsImport::kUVFITS && format != AFitsImport::kFITSIDI) {
+            m_err = in + ": a FITS file that is neither UVFITS (random groups) nor FITS-IDI";
+            return false;
+        }
+        uvx = m_tempBase + ".input.uvx";
+        m_temporary.push_back(uvx);
+        AFitsImport importer;
+        if (!importer.Import(in.c_str(), uvx.c_str())) {
+            m_err = importer.m_errMsg.GetString();
+            return false;
+        }
+        const char* kind = format == AFitsImport::kUVFITS ? "UVFITS" : "FITS-IDI";
+        m_notes.push_back(std::string("read ") + kind + " " + in + ": " + std::to_string(importer.m_records) +
+                          " records" +
+                          (importer.m_nanFlagged > 0
+                               ? ", " + std::to_string(importer.m_nanFlagged) + " NaN elements flagged"
+                               : std::string()));
+        if (!importer.m_antabPath.IsEmpty()) {
+            m_inputAntab = importer.m_antabPath.GetString();
+            m_temporary.push_back(m_inputAntab);
+        }
+        return true;
+#else
         m_err = in +
                 ": a FITS file (UVFITS or FITS-IDI); reading it needs the FITS bridge (libmerovane-fits), "
                 "which this build does not have: install cfitsio's development files (libcfitsio-dev) and "
                 "build again, or convert the file to UVX first";
         return false;
+#endif
     }
     uvx = in;
     return true;
@@ -62,23 +96,64 @@ bool AUVXCalFormats::PrepareInput(const std::string& in, std::string& uvx) {
 bool AUVXCalFormats::PrepareOutput(const std::string& out, std::string& uvx) {
     const std::string ext = extensionOf(out);
     if (ext == ".uvfits" || ext == ".fits" || ext == ".fit") {
+#if defined(MEROVANE_UVXCAL_FITS)
+        m_outKind = kUVFITS;
+#else
         m_err = out +
                 ": writing UVFITS needs the FITS bridge (libmerovane-fits), which this build does not "
                 "have: install libcfitsio-dev and build again, or write a .uvx file";
         return false;
-    }
-    if (ext == ".ms") {
+#endif
+    } else if (ext == ".ms") {
+#if defined(MEROVANE_UVXCAL_MS)
+        m_outKind = kMS;
+#else
         m_err = out +
                 ": writing a Measurement Set needs the MS bridge (libmerovane-ms), which this build does "
                 "not have: install casacore-dev and build again, or write a .uvx file";
         return false;
+#endif
+    } else {
+        m_outKind = kUVX;
+        uvx = out;
+        return true;
     }
-    uvx = out;
+    uvx = m_tempBase + ".output.uvx";
+    m_temporary.push_back(uvx);
     return true;
 }
 
-bool AUVXCalFormats::FinishOutput(const std::string&, const std::string&) {
-    return true;
+bool AUVXCalFormats::FinishOutput(const std::string& out, const std::string& uvx) {
+    switch (m_outKind) {
+        case kUVX:
+            return true;
+        case kUVFITS: {
+#if defined(MEROVANE_UVXCAL_FITS)
+            AFitsExport exporter;
+            if (!exporter.Export(uvx.c_str(), out.c_str())) {
+                m_err = exporter.m_errMsg.GetString();
+                return false;
+            }
+            return true;
+#else
+            break;
+#endif
+        }
+        case kMS: {
+#if defined(MEROVANE_UVXCAL_MS)
+            AMSBridge bridge;
+            if (!bridge.ExportMS(uvx.c_str(), out.c_str())) {
+                m_err = bridge.m_errMsg.GetString();
+                return false;
+            }
+            return true;
+#else
+            break;
+#endif
+        }
+    }
+    m_err = out + ": this build cannot write that format";
+    return false;
 }
 
 bool AUVXCalFormats::FixAntab(std::string&, const std::string&) {

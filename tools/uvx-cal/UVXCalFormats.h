@@ -8,6 +8,8 @@
 // through the FITS and Measurement Set bridges when they are built, and says clearly when not.
 class AUVXCalFormats {
 public:
+    // Temporary files are named `tempBase` + ".input.uvx" / ".output.uvx", beside the output.
+    explicit AUVXCalFormats(const std::string& tempBase) : m_tempBase(tempBase) {}
     ~AUVXCalFormats();
     // `uvx` gets the UVX file to read: IN itself, or a converted copy. False with m_err.
     bool PrepareInput(const std::string& in, std::string& uvx);
@@ -22,8 +24,13 @@ public:
 
     std::string m_err;
     std::vector<std::string> m_notes;
+    // The ANTAB text made from a FITS-IDI input's own GAIN_CURVE and SYSTEM_TEMPERATURE tables, or empty.
+    std::string m_inputAntab;
 
 private:
+    enum AKind { kUVX, kUVFITS, kMS };
+    std::string m_tempBase;
+    AKind m_outKind = kUVX;
     std::vector<std::string> m_temporary;
 };
 

@@ -24,7 +24,8 @@ const char* kUsage =
     "digitisation by bits, bandpass (solved in a first walk, applied in the second), amplitude\n"
     "calibration, averaging.\n"
     "options:\n"
-    "  --antab FILE          amplitude calibration from an ANTAB file\n"
+    "  --antab FILE          amplitude calibration from an ANTAB file; 'input' takes the\n"
+    "                        a-priori tables of a FITS-IDI input\n"
     "  --antab-fix           normalise the ANTAB file first (needs the ANTAB checker)\n"
     "  --tsys-far hold|drop  records further than --tsys-span from any Tsys row of a station:\n"
     "                        use the nearest Tsys (hold, default) or leave them out (drop)\n"
@@ -48,7 +49,8 @@ const char* kUsage =
     "  --start T             start time, seconds or hh:mm:ss of the reference day\n"
     "  --keep-before-start   copy records before the start time raw (default: leave them out)\n"
     "  --all                 every pass: --dig-power --dig-bits --bp-amp --bp-phase lms\n"
-    "                        --average 60, and --antab IN.antab when that file exists\n"
+    "                        --average 60, and the a-priori data of IN (IN.antab, or a FITS-IDI\n"
+    "                        file's own tables) when there are such\n"
     "  --report DIR          write summary.json, the bandpass store and PNG plots into DIR\n"
     "  --quiet               no progress and no summary\n"
     "  --help                this text\n"
@@ -233,11 +235,24 @@ int main(int argc, char** argv) {
     const std::string problem = opt.Validate();
     if (!problem.empty()) return usageError(problem);
 
-    AUVXCalFormats formats;
+    AUVXCalFormats formats(out);
     std::string uvxIn, uvxOut;
     if (!formats.PrepareInput(in, uvxIn) || !formats.PrepareOutput(out, uvxOut)) {
         std::fprintf(stderr, "uvx-cal: %s\n", formats.m_err.c_str());
         return 1;
+    }
+    for (const auto& note : formats.m_notes) std::fprintf(stderr, "uvx-cal: %s\n", note.c_str());
+    if (opt.antab == "input" || (all && opt.antab.empty())) {
+        // A FITS-IDI file may carry its stations' a-priori data (GAIN_CURVE, SYSTEM_TEMPERATURE).
+        if (!formats.m_inputAntab.empty()) {
+            opt.antab = formats.m_inputAntab;
+            std::fprintf(stderr, "uvx-cal: amplitude calibration from the input's own a-priori tables\n");
+        } else if (opt.antab == "input") {
+            std::fprintf(stderr,
+                         "uvx-cal: %s carries no a-priori tables (GAIN_CURVE and SYSTEM_TEMPERATURE)\n",
+                         in.c_str());
+            return 1;
+        }
     }
     if (opt.antabFix) {
         if (!formats.FixAntab(opt.antab, uvxIn)) {
@@ -265,7 +280,6 @@ int main(int argc, char** argv) {
         std::fprintf(stderr, "uvx-cal: %s\n", formats.m_err.c_str());
         return 1;
     }
-    for (const auto& note : formats.m_notes) pipeline.m_summary.notDone.push_back(note);
     pipeline.m_summary.input = in;
     pipeline.m_summary.output = out;
     if (!report.empty()) {
