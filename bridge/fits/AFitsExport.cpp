@@ -63,7 +63,8 @@ void keyText(AFitsFile& fits, const char* name, const std::string& value, const 
     fits_write_key(fits.Handle(), TSTRING, name, const_cast<char*>(value.c_str()), comment, &fits.m_status);
 }
 void keyDouble(AFitsFile& fits, const char* name, double value, const char* comment = nullptr) {
-    fits_write_key(fits.Handle(), TDOUBLE, name, &value, comment, &fits.m_status);
+    // 17 significant digits: every double reads back as itself.
+    fits_write_key_dbl(fits.Handle(), name, value, -17, comment, &fits.m_status);
 }
 void keyInt(AFitsFile& fits, const char* name, long long value, const char* comment = nullptr) {
     LONGLONG v = value;

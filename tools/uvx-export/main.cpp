@@ -8,12 +8,17 @@
 #ifdef MEROVANE_HAVE_FITS
 #include <AFitsExport.h>
 #endif
+#ifdef MEROVANE_HAVE_MS
+#include <AMSBridge.h>
+#endif
 
 namespace {
 
 const char kUsage[] =
     "usage: uvx-export IN.uvx OUT.uvfits\n"
     "  writes IN.uvx as UVFITS random groups with AIPS AN, SU, FQ and NX tables.\n"
+    "usage: uvx-export IN.uvx OUT.ms\n"
+    "  writes IN.uvx as a Measurement Set (a directory; see docs/conventions-ms.md).\n"
     "  Exit codes: 0 success, 1 the conversion failed, 2 bad arguments.\n";
 
 bool EndsWith(const std::string& s, const char* tail) {
@@ -25,6 +30,18 @@ bool EndsWith(const std::string& s, const char* tail) {
 // `error` set otherwise.
 int ConvertOutput(const char* in, const char* out, std::string& error, std::string& note) {
     const std::string name = out;
+#ifdef MEROVANE_HAVE_MS
+    if (EndsWith(name, ".ms") || EndsWith(name, ".MS") || EndsWith(name, ".ms/") ||
+        AMSBridge::IsMeasurementSet(out)) {
+        AMSBridge bridge;
+        if (!bridge.ExportMS(in, out)) {
+            error = bridge.m_errMsg.GetString();
+            return 1;
+        }
+        note = std::to_string(bridge.m_records) + " records";
+        return 0;
+    }
+#endif
 #ifdef MEROVANE_HAVE_FITS
     if (EndsWith(name, ".uvfits") || EndsWith(name, ".fits") || EndsWith(name, ".uvf") ||
         EndsWith(name, ".UVFITS") || EndsWith(name, ".FITS")) {

@@ -8,6 +8,9 @@
 #ifdef MEROVANE_HAVE_FITS
 #include <AFitsImport.h>
 #endif
+#ifdef MEROVANE_HAVE_MS
+#include <AMSBridge.h>
+#endif
 
 namespace {
 
@@ -15,11 +18,24 @@ const char kUsage[] =
     "usage: uvx-import IN OUT.uvx\n"
     "  IN is a UVFITS (random groups) or FITS-IDI file; the format is told by the content.\n"
     "  From FITS-IDI with GAIN_CURVE and SYSTEM_TEMPERATURE tables an ANTAB file is written beside\n"
-    "  OUT.uvx (OUT.antab). Exit codes: 0 success, 1 the conversion failed, 2 bad arguments.\n";
+    "  OUT.uvx (OUT.antab). IN may also be a Measurement Set (a directory).\n"
+    "  Exit codes: 0 success, 1 the conversion failed, 2 bad arguments.\n";
 
 // The one place that knows the input formats: returns 0 on success, 1 with `error` set otherwise.
 // Each format says by the content whether the input is its own.
 int ConvertInput(const char* in, const char* out, std::string& error, std::string& note) {
+#ifdef MEROVANE_HAVE_MS
+    // Any directory goes to the Measurement Set reader, which says why one that is no such set fails.
+    if (AMSBridge::IsDirectory(in)) {
+        AMSBridge bridge;
+        if (!bridge.ImportMS(in, out)) {
+            error = bridge.m_errMsg.GetString();
+            return 1;
+        }
+        note = std::to_string(bridge.m_records) + " records from a Measurement Set";
+        return 0;
+    }
+#endif
 #ifdef MEROVANE_HAVE_FITS
     if (AFitsImport::Detect(in) != AFitsImport::kNotFits) {
         AFitsImport import;
@@ -41,7 +57,7 @@ int ConvertInput(const char* in, const char* out, std::string& error, std::strin
         return 1;
     }
     std::fclose(f);
-    error = std::string(in) + ": not a FITS file (UVFITS or FITS-IDI)";
+    error = std::string(in) + ": not a FITS file";
     return 1;
 }
 
