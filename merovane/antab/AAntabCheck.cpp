@@ -243,6 +243,7 @@ std::vector<std::string> SplitPair(const std::string& item) {
 }
 
 // Runs the exact parser on `text` without a UVX file; true when only the missing file stopped it.
+// Whether a text parses does not depend on the IF count, which only decides the positions filled.
 bool ExactParse(const std::string& text, int nIF, AAntabData& data) {
     data.m_nPol = 2;
     data.m_nIF = nIF < 1 ? 1 : nIF;
@@ -340,7 +341,6 @@ private:
     TsysValues meantTsys(const TsysInfo& t) const;
     std::string canonicalGain(const GainInfo& g) const;
     std::string canonicalTsys(const TsysInfo& t, bool timeoffApplied) const;
-    int maxIF() const;
     bool dropExtra(const std::string& station) const;
     int lineNo(int index) const { return index + 1; }
 
@@ -495,7 +495,7 @@ void Checker::readGain(Segment& s) {
         }
     } else {
         g.obs.push_back({s.first, "gain-no-name", "error", "the GAIN line names no station",
-                         "write the station name behind GAIN"});
+                         "write the station name behind GAIN", "NAME"});
     }
     g.polyType = g.kindWord == "ELEV" ? 1 : g.kindWord == "ALTAZ" ? 2 : g.kindWord == "EQUAT" ? 3 : 0;
     int lastOrder = ParserOrder("GAIN");
@@ -509,7 +509,7 @@ void Checker::readGain(Segment& s) {
         }
         if (!IsKeyword(key)) {
             g.obs.push_back({tk[p].line, "unknown-word", "note",
-                             "the word " + key + " means nothing to the parser and is passed over", "removed"});
+                             "the word " + key + " means nothing to the parser and is passed over", "removed", ""});
             ++p;
             continue;
         }
@@ -560,11 +560,11 @@ void Checker::readGain(Segment& s) {
         g.obs.push_back({s.first, "dpfu-count", "question",
                          "DPFU has " + Int(static_cast<long long>(g.dpfu.size())) +
                              " values; the parser takes one or two (first and second polarisation)",
-                         "give one value, or one per polarisation"});
+                         "give one value, or one per polarisation", "DPFU"});
     if (g.freq.size() > 2)
         g.obs.push_back({s.first, "freq-count", "question",
                          "FREQ has more than two values; the parser takes a lower and an upper limit in MHz",
-                         "give the lower and upper limit"});
+                         "give the lower and upper limit", "FREQ"});
 }
 
 void Checker::readTsys(Segment& s) {
@@ -594,7 +594,7 @@ void Checker::readTsys(Segment& s) {
         }
         if (!IsKeyword(key)) {
             t.obs.push_back({tk[p].line, "unknown-word", "note",
-                             "the word " + key + " means nothing to the parser and is passed over", "removed"});
+                             "the word " + key + " means nothing to the parser and is passed over", "removed", ""});
             ++p;
             continue;
         }
@@ -712,17 +712,6 @@ std::string Checker::canonicalTsys(const TsysInfo& t, bool timeoffApplied) const
     else if (pairs) s += " INDEX2=" + Join(second, ",", true) + " /";
     if (t.hasIndex) s += " INDEX=" + Join(first, ",", true) + " /";
     return s;
-}
-
-int Checker::maxIF() const {
-    int n = 1;
-    for (const Segment& s : m_segs) {
-        if (s.kind != kTsys) continue;
-        const TsysValues v = meantTsys(s.tsys);
-        for (const auto* list : {&v.index, &v.index2})
-            for (const AColumnInfo& c : *list) n = std::max(n, std::min(std::max(c.first, c.last), 4096));
-    }
-    return n;
 }
 
 bool Checker::dropExtra(const std::string& station) const {
@@ -974,9 +963,20 @@ void Checker::decide() {
                             "first INDEX",
                         "write one TSYS block for the station by hand");
             } else {
-                st.merge = !adjacent || timeoffs || m_rewrittenTsys.count(anchor) > 0;
+                // Rows that do not ascend across the blocks would stop the Tsys search early.
+                bool ascending = true;
+                double lastTime = -1e300;
+                for (int b : st.keptTsys)
+                    for (int k = m_segs[b].bodyFirst; k <= m_segs[b].bodyLast && ascending; ++k) {
+                        Row r;
+                        if (!StartsWithDigit(m_prep[k]) || !readRow(m_segs[b], m_segs[b].tsys, k, r, true, false))
+                            continue;
+                        ascending = r.sortTime >= lastTime;
+                        lastTime = r.sortTime;
+                    }
+                st.merge = !adjacent || timeoffs || !ascending || m_rewrittenTsys.count(anchor) > 0;
                 if (st.merge || st.gains.size() < 2)
-                    finding(lineNo(m_segs[st.keptTsys[1]].first), name, adjacent && !timeoffs ? "note" : "loss",
+                    finding(lineNo(m_segs[st.keptTsys[1]].first), name, st.merge ? "loss" : "note",
                             "tsys-twice",
                             "station " + name + " has " + Int(static_cast<long long>(st.keptTsys.size())) +
                                 " TSYS blocks",
@@ -1335,7 +1335,7 @@ void Checker::Run(const std::string& text) {
     // What the parser makes of the text as it stands.
     {
         AAntabData exact;
-        if (!ExactParse(text, maxIF(), exact))
+        if (!ExactParse(text, 1, exact))
             finding(0, "", "error", "parser-refuses", "the parser stops with: " + exact.m_errMsg.str(),
                     "the findings above say why; -o writes a text that it loads");
     }
@@ -1358,7 +1358,7 @@ void Checker::Run(const std::string& text) {
     if (!m_out.changed) m_out.changes.clear();
     // The normalised text must load.
     AAntabData exact;
-    if (!ExactParse(out, maxIF(), exact)) {
+    if (!ExactParse(out, 1, exact)) {
         finding(0, "", "error", "normalised-refused",
                 "the normalised text is still refused: " + exact.m_errMsg.str(), "report this file");
         m_out.stopped = true;
