@@ -74,8 +74,9 @@ TEST(AntabRealFiles, EachFileWithItsOutcome) {
         f.back()->uvx.header.refJD = JulianDate(c.year, c.day);
         f.back()->uvx.header.refFreq = 86.0e9;
         f.back()->uvx.ifStep = 64e6;
-        std::ifstream in(std::string(MEROVANE_TEST_DATA) + "/antab/" + c.file, std::ios::binary);
-        ASSERT_TRUE(in.is_open()) << c.file;
+        const std::string path = std::string(MEROVANE_TEST_DATA) + "/antab/" + c.file;
+        std::ifstream in(path, std::ios::binary);
+        ASSERT_TRUE(in.is_open()) << "cannot open " << path;
         EXPECT_EQ(f.back()->Load(in), *c.message == '\0') << c.file;
         if (*c.message) {
             EXPECT_EQ(f.back()->Msg(), c.message) << c.file;

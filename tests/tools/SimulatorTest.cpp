@@ -194,6 +194,7 @@ TEST(Simulator, AmplitudeCalibrationRecoversTheFlux) {
         AAntabData cal;
         ASSERT_TRUE(cal.Init(*run.file)) << cal.GetErrMsg().GetString();
         std::ifstream in(run.antab);
+        ASSERT_TRUE(in.is_open()) << "cannot open " << run.antab;
         ASSERT_TRUE(cal.Load(in)) << cal.GetErrMsg().GetString();
         AUVXVisibility vis(*run.file);
         const int nStokes = vis.nStokes;

@@ -54,6 +54,7 @@ TEST(UVXFile, RoundTripOnDiskWithAllTables) {
 
     // The layout, checked on the raw bytes: prologue, header at 32, records from 498, tables, directory.
     std::ifstream stream(path, std::ios::binary);
+    ASSERT_TRUE(stream.is_open()) << "cannot open " << path;
     const std::vector<unsigned char> raw{std::istreambuf_iterator<char>(stream), {}};
     const std::size_t recordsEnd = 498 + static_cast<std::size_t>(nRecords) * 218,
                       dirAt = recordsEnd + kTableBytes;
