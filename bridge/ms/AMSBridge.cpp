@@ -44,8 +44,14 @@ bool AMSBridge::IsMeasurementSet(const char* path) {
     }
 }
 
+bool AMSBridge::IsDirectory(const char* path) {
+    std::error_code ec;
+    return path != nullptr && fs::is_directory(path, ec);
+}
+
 bool AMSBridge::ExportMS(const char* uvxPath, const char* msPath) {
     m_errMsg = "";
+    m_records = 0;
     const std::string out(msPath);
     std::error_code ec;
     if (fs::exists(out, ec) && !IsMeasurementSet(msPath)) {
@@ -62,6 +68,7 @@ bool AMSBridge::ExportMS(const char* uvxPath, const char* msPath) {
     bool ok = false;
     try {
         ok = AMSExport::Write(in, uvxPath, tmp, m_errMsg);
+        if (ok) m_records = in.nGroups;
     } catch (const std::exception& e) {
         m_errMsg = CString(msPath) + ": cannot write the Measurement Set: " + e.what();
         ok = false;
@@ -82,6 +89,7 @@ bool AMSBridge::ExportMS(const char* uvxPath, const char* msPath) {
 
 bool AMSBridge::ImportMS(const char* msPath, const char* uvxPath) {
     m_errMsg = "";
+    m_records = 0;
     std::error_code ec;
     if (!fs::is_directory(msPath, ec)) {
         m_errMsg = CString(msPath) + ": is not a Measurement Set: not a directory";
@@ -113,6 +121,7 @@ bool AMSBridge::ImportMS(const char* msPath, const char* uvxPath) {
             ok = out.Create(tmp.c_str());
             if (!ok) m_errMsg = out.m_errMsg;
             ok = ok && AMSImport::Read(in, out, m_errMsg);
+            if (ok) m_records = out.nGroups;
             if (ok && !out.Close()) {
                 m_errMsg = out.m_errMsg;
                 ok = false;

@@ -1,6 +1,8 @@
 // AMSBridge: conversion of UVX files to Measurement Sets (casacore tables) and back.
 #pragma once
 
+#include <cstdint>
+
 #include <merovane/platform/CString.h>
 
 #if defined(_WIN32)
@@ -39,6 +41,10 @@ public:
 
     // True when `path` is a directory holding a casacore table of type "Measurement Set".
     static bool IsMeasurementSet(const char* path);
+    // True when `path` is a directory, the only form a Measurement Set takes.
+    static bool IsDirectory(const char* path);
 
+    // Records read by the last ExportMS or written by the last ImportMS.
+    std::int64_t m_records = 0;
     CString m_errMsg;
 };
