@@ -295,6 +295,8 @@ private:
         std::vector<char> accept(static_cast<std::size_t>(n), 1);
         int exponent = 0;
         if (m_st.antab) {
+            // The scale follows from the first elements alone, kept 1e8 below the float range so
+            // that other elements of a record (of like weight) cannot overflow either.
             float minW = HUGE_VALF, maxW = 0.0f;
             for (int k = 0; k < n; ++k) {
                 AUVXVisibility& v = *vis[k];
@@ -302,31 +304,22 @@ private:
                 if (!accept[k]) continue;
                 const float w = v.data[0].wt;
                 if (w > 0.0f) minW = std::min(minW, w);
-                for (int e = 0; e < v.count; ++e)
-                    if (std::isfinite(v.data[e].wt)) maxW = std::max(maxW, std::fabs(v.data[e].wt));
+                if (std::isfinite(w)) maxW = std::max(maxW, std::fabs(w));
             }
             if (minW < kMeanWeightFloor) {
                 exponent = static_cast<int>(std::ceil(std::log2(kMeanWeightFloor / minW)));
-                while (exponent > 0 && std::ldexp(static_cast<double>(maxW), exponent) > 1e36) --exponent;
+                while (exponent > 0 && std::ldexp(static_cast<double>(maxW), exponent) > 1e30) --exponent;
             }
-            if (exponent > 0)
-                for (int k = 0; k < n; ++k)
-                    for (int e = 0; e < vis[k]->count; ++e)
-                        vis[k]->data[e].wt = std::ldexp(vis[k]->data[e].wt, exponent);
+            exponent = std::min(exponent, 120);  // 2^120 is still a float
         } else {
             for (int k = 0; k < n; ++k) accept[k] = vis[k]->count == elements;
         }
-        if (m_st.opt.dropFlagged) {
-            // A flagged element adds 0 to the sums; the means are rescaled below by the count of
-            // good elements.
-            for (int k = 0; k < n; ++k)
-                for (int e = 0; e < vis[k]->count; ++e) {
-                    AUVXComplex& c = vis[k]->data[e];
-                    if (!(c.wt > 0.0f)) c.re = c.im = c.wt = 0.0f;
-                }
-        }
-        // Which records the mean will count, by its own rule, per baseline: their number and, per
-        // element, how many of them were unflagged.
+        const float up = std::ldexp(1.0f, exponent);  // a power of two: the products are exact
+        const bool dropFlagged = m_st.opt.dropFlagged;
+        // One pass over the elements: scale the weights, clear flagged elements when they are to be
+        // left out (they then add 0 to the sums, and the means are rescaled below by the count of
+        // good elements), and count per baseline the records the mean will take by its own rule and
+        // per element how many of them were unflagged.
         struct ACount {
             int records = 0;
             std::vector<int> good;
@@ -337,30 +330,39 @@ private:
         bool mixedFreq = false, mixedSource = false;
         for (int k = 0; k < n; ++k) {
             AUVXVisibility& v = *vis[k];
-            if (!accept[k] || v.count < 1 || kMeanWeightFloor > v.data[0].wt) {
+            float w0 = v.count > 0 ? v.data[0].wt * up : 0.0f;
+            if (dropFlagged && !(w0 > 0.0f)) w0 = 0.0f;
+            const bool counts = accept[k] && v.count > 0 && !(kMeanWeightFloor > w0);
+            ACount* c = nullptr;
+            if (counts) {
+                ++counting;
+                mixedFreq |= groups[k].freqId != interFreq;
+                mixedSource |= groups[k].sourceId != groups[0].sourceId;
+                c = &counted[baselineKey(groups[k])];
+                ++c->records;
+                if (dropFlagged && c->good.empty()) c->good.assign(static_cast<std::size_t>(elements), 0);
+            } else {
                 m_st.Drop("first element's weight below 0.25 or flagged: left out of the average");
-                continue;
             }
-            ++counting;
-            mixedFreq |= groups[k].freqId != interFreq;
-            mixedSource |= groups[k].sourceId != groups[0].sourceId;
-            ACount& c = counted[baselineKey(groups[k])];
-            ++c.records;
-            if (c.good.empty()) c.good.assign(static_cast<std::size_t>(elements), 0);
-            for (int e = 0; e < elements; ++e) {
-                if (v.data[e].wt > 0.0f)
-                    ++c.good[static_cast<std::size_t>(e)];
-                else
+            AUVXComplex* d = v.data;
+            for (int e = 0; e < v.count; ++e) {
+                d[e].wt *= up;
+                if (d[e].wt > 0.0f) {
+                    if (c != nullptr && dropFlagged) ++c->good[static_cast<std::size_t>(e)];
+                } else if (dropFlagged) {
+                    d[e].re = d[e].im = d[e].wt = 0.0f;
+                } else if (c != nullptr) {
                     ++sum.flaggedAveraged;
+                }
             }
         }
-        if (m_st.opt.dropFlagged) sum.flaggedAveraged = 0;
         if (mixedSource) ++m_st.mixedIntervals;
 
         AHostMean mean;
         mean.accept = &accept;
         mean.Calculate(vis, groups, start, end, outVis, outGroups, 0);
 
+        const float down = std::ldexp(1.0f, -exponent);
         // Baselines none of whose records counted give a record of zeros: leave those out.
         int kept = 0;
         for (int b = 0; b < outVis.count; ++b) {
@@ -383,7 +385,7 @@ private:
                         x.wt *= f;
                     }
                 }
-                if (exponent > 0) x.wt = std::ldexp(x.wt, -exponent);
+                if (exponent > 0) x.wt *= down;
             }
             // The mean writes frequency setup 0, which has no row in the frequency table.
             if (!mixedFreq) g.freqId = static_cast<decltype(g.freqId)>(interFreq);
