@@ -628,6 +628,13 @@ bool ACalPipeline::Run(const std::string& in, const std::string& out, const ACal
         }
     }
 
+    if (st.bandpass && options.bpPhase != ACalPhaseMethod::None)
+        m_summary.warnings.push_back(
+            "the bandpass divides a baseline by the square root of its two stations' coefficients, so a "
+            "station's "
+            "phase acts at half strength: LMS1 and APR solutions remove half of each baseline's bandpass "
+            "phase, "
+            "LMS removes the whole phase on the baselines to the reference only");
     if (averaging && options.useScanList && !st.hasScanList)
         m_summary.warnings.push_back(
             "the file has no scan list (SL): averaging intervals follow a plain grid of " +

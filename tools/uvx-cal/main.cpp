@@ -48,7 +48,7 @@ const char* kUsage =
     "  --source NAME         keep only this source\n"
     "  --start T             start time, seconds or hh:mm:ss of the reference day\n"
     "  --keep-before-start   copy records before the start time raw (default: leave them out)\n"
-    "  --all                 every pass: --dig-power --dig-bits --bp-amp --bp-phase lms\n"
+    "  --all                 every pass: --dig-power --dig-bits --bp-amp --bp-phase lms1\n"
     "                        --average 60, and the a-priori data of IN (IN.antab, or a FITS-IDI\n"
     "                        file's own tables) when there are such\n"
     "  --report DIR          write summary.json, the bandpass store and PNG plots into DIR\n"
@@ -225,7 +225,7 @@ int main(int argc, char** argv) {
     const std::string in = files[0], out = files[1];
     if (all) {
         opt.digPower = opt.digBits = opt.bpAmplitude = true;
-        if (opt.bpPhase == ACalPhaseMethod::None) opt.bpPhase = ACalPhaseMethod::LMS;
+        if (opt.bpPhase == ACalPhaseMethod::None) opt.bpPhase = ACalPhaseMethod::LMS1;
         if (!averageGiven) opt.avgStep = 60.0;
         if (opt.antab.empty()) {
             const std::string antab = fs::path(in).replace_extension(".antab").string();
