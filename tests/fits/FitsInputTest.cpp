@@ -11,6 +11,7 @@
 
 #include <gtest/gtest.h>
 
+#include <AFitsExport.h>
 #include <AFitsImport.h>
 #include <merovane/uvx/AUVXFile.h>
 #include <merovane/uvx/AUVXRecordStream.h>
@@ -297,5 +298,38 @@ TEST(FitsInput, BadInputIsRefusedWithItsReasonAndLeavesNothing) {
         EXPECT_EQ(ReadText(errFile), "uvx-import: " + message + "\n");
         EXPECT_FALSE(FitsFileExists(out));
         EXPECT_FALSE(FitsFileExists(out + ".part"));
+    }
+}
+
+TEST(FitsInput, ExportRefusesWhatIsNotUvxAndLeavesNothing) {
+    const std::string notUvx = FitsTmpPath("export-not.uvx");
+    ASSERT_TRUE(WriteText(notUvx, "MEROVUVX but nothing behind it"));
+    const std::string out = FitsTmpPath("export-not.uvfits");
+    FitsRemove(out);
+    struct Case {
+        std::string in;
+        const char* outName;
+        const char* toolMessage;
+    };
+    const Case cases[] = {{notUvx, "export-not.uvfits", nullptr},
+                          {FitsTmpPath("export-missing.uvx"), "export-missing.uvfits", nullptr},
+                          {notUvx, "export-not.xyz", "unknown output format"}};
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.outName);
+        const std::string target = FitsTmpPath(c.outName);
+        if (c.toolMessage == nullptr) {
+            AFitsExport exporter;
+            EXPECT_FALSE(exporter.Export(c.in.c_str(), target.c_str()));
+            EXPECT_EQ(exporter.m_errMsg.str().rfind(c.in + ": ", 0), 0u) << exporter.m_errMsg.GetString();
+        }
+        const std::string errFile = target + ".stderr";
+        const std::string cmd = std::string("\"") + MEROVANE_UVX_EXPORT + "\" \"" + c.in + "\" \"" + target +
+                                "\" 2>\"" + errFile + "\" >/dev/null";
+        EXPECT_EQ(std::system(cmd.c_str()) / 256, 1);
+        const std::string text = ReadText(errFile);
+        EXPECT_EQ(text.rfind("uvx-export: ", 0), 0u) << text;
+        if (c.toolMessage != nullptr) EXPECT_NE(text.find(c.toolMessage), std::string::npos) << text;
+        EXPECT_FALSE(FitsFileExists(target));
+        EXPECT_FALSE(FitsFileExists(target + ".part"));
     }
 }
