@@ -80,14 +80,22 @@ bool AFitsAntabWriter::Write(AFitsFile& fits, const AFitsAntabContext& ctx, cons
         }
         const long long nb = fits.ColumnRepeat(cType);
         const long long nTab = nb > 0 ? fits.ColumnRepeat(cGain1) / nb : 0;
+        if (nb < 1 || nTab < 1 || fits.ColumnRepeat(cN) != nb || fits.ColumnRepeat(cSens1) != nb ||
+            (cSens2 && fits.ColumnRepeat(cSens2) != nb) || fits.ColumnRepeat(cAnt) != 1 ||
+            (cFq && fits.ColumnRepeat(cFq) != 1)) {
+            m_err = in +
+                    ": table GAIN_CURVE: TYPE_1, NTERM_1 and SENS_1 must hold one value per band, GAIN_1 a "
+                    "whole number of terms per band";
+            return false;
+        }
         for (long long r = 0; r < rows; ++r) {
-            const int a = static_cast<int>(ant[r]);
-            if (cFq && static_cast<int>(fq[r]) != ctx.freqId) continue;
+            const int a = AFitsToInt(ant[r]);
+            if (cFq && AFitsToInt(fq[r]) != ctx.freqId) continue;
             auto name = ctx.names.find(a);
             if (name == ctx.names.end() || gainLines.count(a)) continue;
             // The first band speaks for the station: an ANTAB GAIN line holds one curve.
-            const int t = static_cast<int>(type[r * nb]);
-            const int n = std::min<int>(static_cast<int>(nterm[r * nb]), static_cast<int>(nTab));
+            const int t = AFitsToInt(type[r * nb]);
+            const int n = std::min<int>(AFitsToInt(nterm[r * nb]), static_cast<int>(nTab));
             if (t != 2 && t != 3) {
                 gainLines[a] = "! " + name->second + ": gain curve of TYPE " + std::to_string(t) +
                                " has no ANTAB form and is left out\n";
@@ -136,19 +144,20 @@ bool AFitsAntabWriter::Write(AFitsFile& fits, const AFitsAntabContext& ctx, cons
             return false;
         }
         const long long nb = fits.ColumnRepeat(cT1);
-        if (nb != ctx.nBand) {
+        if (nb != ctx.nBand || (cT2 && fits.ColumnRepeat(cT2) != nb) || fits.ColumnRepeat(cTime) != 1 ||
+            fits.ColumnRepeat(cAnt) != 1 || (cFq && fits.ColumnRepeat(cFq) != 1)) {
             m_err = in + ": TSYS_1 of SYSTEM_TEMPERATURE holds " + std::to_string(nb) + " values for " +
                     std::to_string(ctx.nBand) + " bands";
             return false;
         }
         for (long long r = 0; r < rows; ++r) {
-            if (cFq && static_cast<int>(fq[r]) != ctx.freqId) continue;
+            if (cFq && AFitsToInt(fq[r]) != ctx.freqId) continue;
             ATsysRow row;
             row.time = time[r];
             for (long long b = 0; b < nb; ++b) row.values.push_back(t1[r * nb + b]);
             if (cT2)
                 for (long long b = 0; b < nb; ++b) row.values.push_back(t2[r * nb + b]);
-            tsys[static_cast<int>(ant[r])].push_back(row);
+            tsys[AFitsToInt(ant[r])].push_back(row);
         }
     }
 

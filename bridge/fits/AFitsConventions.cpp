@@ -68,6 +68,11 @@ double AFitsGmstDegrees(double jd0) {
 
 AFitsBaseline AFitsDecodeBaseline(double code) {
     AFitsBaseline b;
+    // Nonsense (NaN, negative, beyond any antenna pair) decodes to antenna 0, which callers refuse.
+    if (!(code >= 0.0 && code < 1e9)) {
+        b.ant1 = b.ant2 = 0;
+        return b;
+    }
     // The subarray rides in the hundredths; a float of the code keeps them to about 1e-3 for codes
     // below 65536, so the fraction is rounded, not truncated.
     const double whole = std::floor(code + 1e-6);
@@ -83,6 +88,13 @@ AFitsBaseline AFitsDecodeBaseline(double code) {
         b.ant2 = static_cast<int>(n % 256);
     }
     return b;
+}
+
+int AFitsToInt(double value) {
+    if (!(value == value)) return 0;
+    if (value >= 2147483647.0) return 2147483647;
+    if (value <= -2147483648.0) return -2147483647 - 1;
+    return static_cast<int>(std::lround(value));
 }
 
 double AFitsEncodeBaseline(int ant1, int ant2, int subarray) {

@@ -27,7 +27,10 @@ struct AFitsBaseline {
     int ant2 = 0;
     int subarray = 1;
 };
+// A code that is NaN, negative or beyond 1e9 gives antennas 0 (no antenna).
 MEROVANE_FITS_API AFitsBaseline AFitsDecodeBaseline(double code);
+// A table or parameter value as an int: rounded, NaN as 0, clamped to the int range.
+MEROVANE_FITS_API int AFitsToInt(double value);
 // The code of a baseline; the large form only when an antenna number exceeds 255.
 MEROVANE_FITS_API double AFitsEncodeBaseline(int ant1, int ant2, int subarray = 1);
 

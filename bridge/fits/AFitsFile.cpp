@@ -131,6 +131,8 @@ bool AFitsFile::ReadKey(const char* name, long long& value) {
         fits_clear_errmsg();
         return false;
     }
+    // A value no count can have is treated as absent.
+    if (!(d > -9e18 && d < 9e18)) return false;
     value = static_cast<long long>(d < 0 ? d - 0.5 : d + 0.5);
     return true;
 }

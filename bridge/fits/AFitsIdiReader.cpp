@@ -156,7 +156,7 @@ bool AFitsIdiReader::Read(AFitsFile& fits, const std::string& out, const std::st
         auto an = AFitsTables::ReadStations(fits, nIF);
         if (!an) return fail(fits.m_err);
         for (int r = 0; r < an->nRows; ++r)
-            antab.names[static_cast<int>(an->GetDouble(r, kANNoSta))] = an->GetText(r, kANName).str();
+            antab.names[AFitsToInt(an->GetDouble(r, kANNoSta))] = an->GetText(r, kANName).str();
         tables.push_back(std::move(an));
     }
     double refJD = 0;
@@ -186,7 +186,7 @@ bool AFitsIdiReader::Read(AFitsFile& fits, const std::string& out, const std::st
         if (fq->nRows > 0) {
             header.totalBandwidth = fq->GetDouble(0, kFQTotalBandwidth, 0);
             header.sideband = fq->GetDouble(0, kFQSideband, 0) < 0 ? -1 : 1;
-            antab.freqId = static_cast<int>(fq->GetDouble(0, kFQFrqSel));
+            antab.freqId = AFitsToInt(fq->GetDouble(0, kFQFrqSel));
             double lo = 1e300, hi = -1e300;
             for (int i = 0; i < nIF; ++i) {
                 const double start = header.refFreq + fq->GetDouble(0, kFQIfFreq, i);
@@ -209,6 +209,9 @@ bool AFitsIdiReader::Read(AFitsFile& fits, const std::string& out, const std::st
         for (int c = 0; c < 5; ++c) {
             const int col = fits.ColumnNumber(names[c]);
             if (col == 0) return fail(path + ": table ANTENNA has no column " + names[c]);
+            if (fits.ColumnRepeat(col) != 1)
+                return fail(path + ": column " + names[c] +
+                            " of table ANTENNA does not hold one value per row");
             if (!fits.ReadColumn(col, 1, rows, cols[c])) return fail(fits.m_err);
         }
         std::vector<std::string> polA, polB;
@@ -227,7 +230,7 @@ bool AFitsIdiReader::Read(AFitsFile& fits, const std::string& out, const std::st
             if (!polA.empty()) {
                 const std::string hands = (polA[r].empty() ? std::string("?") : polA[r].substr(0, 1)) +
                                           (polB[r].empty() ? std::string("?") : polB[r].substr(0, 1));
-                antab.hands[static_cast<int>(cols[2][r])] = hands;
+                antab.hands[AFitsToInt(cols[2][r])] = hands;
             }
         }
         tables.push_back(std::move(ai));
@@ -251,18 +254,23 @@ bool AFitsIdiReader::Read(AFitsFile& fits, const std::string& out, const std::st
             !fits.ReadColumn(cPf, 1, rows, pf))
             return fail(fits.m_err);
         const long long nb = fits.ColumnRepeat(cBands), np = fits.ColumnRepeat(cPf);
+        if (fits.ColumnRepeat(cAnts) != 2 || fits.ColumnRepeat(cTime) != 2 ||
+            fits.ColumnRepeat(cChans) != 2 || (cSrc && fits.ColumnRepeat(cSrc) != 1) ||
+            (cFq && fits.ColumnRepeat(cFq) != 1))
+            return fail(path +
+                        ": table FLAG: ANTS, TIMERANG and CHANS must hold 2 values, SOURCE_ID and FREQID 1");
         for (long long r = 0; r < rows; ++r) {
             AIdiFlag f;
-            f.source = cSrc ? static_cast<int>(src[r]) : 0;
-            f.ant1 = static_cast<int>(ants[2 * r]);
-            f.ant2 = static_cast<int>(ants[2 * r + 1]);
-            f.freqId = cFq ? static_cast<int>(fq[r]) : -1;
+            f.source = cSrc ? AFitsToInt(src[r]) : 0;
+            f.ant1 = AFitsToInt(ants[2 * r]);
+            f.ant2 = AFitsToInt(ants[2 * r + 1]);
+            f.freqId = cFq ? AFitsToInt(fq[r]) : -1;
             f.t0 = time[2 * r];
             f.t1 = time[2 * r + 1];
-            for (long long b = 0; b < nb; ++b) f.bands.push_back(static_cast<int>(bands[r * nb + b]));
-            f.chan0 = static_cast<int>(chans[2 * r]);
-            f.chan1 = static_cast<int>(chans[2 * r + 1]);
-            for (long long p = 0; p < np; ++p) f.pflags.push_back(static_cast<int>(pf[r * np + p]));
+            for (long long b = 0; b < nb; ++b) f.bands.push_back(AFitsToInt(bands[r * nb + b]));
+            f.chan0 = AFitsToInt(chans[2 * r]);
+            f.chan1 = AFitsToInt(chans[2 * r + 1]);
+            for (long long p = 0; p < np; ++p) f.pflags.push_back(AFitsToInt(pf[r * np + p]));
             flags.push_back(f);
         }
     }
@@ -292,6 +300,10 @@ bool AFitsIdiReader::Read(AFitsFile& fits, const std::string& out, const std::st
         if (fits.ColumnRepeat(cFlux) != shape.nValues)
             return fail(path + ": " + table + ": FLUX holds " + std::to_string(fits.ColumnRepeat(cFlux)) +
                         " values, MAXIS says " + std::to_string(shape.nValues));
+        for (int col : {cU, cV, cW, cDate, cTime, cBl, cSrc, cFq, cInt, cArr})
+            if (col != 0 && fits.ColumnRepeat(col) != 1)
+                return fail(path + ": " + table + ": column " + fits.ColumnName(col) +
+                            " does not hold one value per row");
         const long long wRepeat = cWt ? fits.ColumnRepeat(cWt) : 0;
         if (shape.nCplx == 2 && cWt == 0)
             return fail(path + ": " + table + " has neither weights in FLUX nor WEIGHT");
@@ -332,7 +344,7 @@ bool AFitsIdiReader::Read(AFitsFile& fits, const std::string& out, const std::st
                 const double days = (date[k] - refJD) + time[k];
                 group.time = days * 86400.0;
                 const AFitsBaseline b = AFitsDecodeBaseline(bl[k]);
-                const int array = cArr ? static_cast<int>(arr[k]) : b.subarray;
+                const int array = cArr ? AFitsToInt(arr[k]) : b.subarray;
                 if (b.ant1 < 1 || b.ant1 > 64 || b.ant2 < 1 || b.ant2 > 64)
                     return fail(where + ": antenna numbers " + std::to_string(b.ant1) + "-" +
                                 std::to_string(b.ant2) + " outside 1..64");

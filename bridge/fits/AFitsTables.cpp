@@ -25,12 +25,16 @@ std::unique_ptr<AUVXTable> failTable(AFitsFile& fits, const std::string& what) {
     return nullptr;
 }
 
-// Column numbers of `names`; false (with the message) for the first one missing.
-bool findColumns(AFitsFile& fits, const char* const* names, int n, int* cols) {
+// Column numbers of `names`; false (with the message) for the first one missing, or for one of the
+// first `scalars` columns that does not hold exactly one value.
+bool findColumns(AFitsFile& fits, const char* const* names, int n, int* cols, int scalars = 0) {
     for (int i = 0; i < n; ++i) {
         cols[i] = fits.ColumnNumber(names[i]);
         if (cols[i] == 0)
             return fits.FailPlain("table " + fits.CurrentExtName() + " has no column " + names[i]);
+        if (i < scalars && fits.ColumnRepeat(cols[i]) != 1)
+            return fits.FailPlain("column " + std::string(names[i]) + " of table " + fits.CurrentExtName() +
+                                  " does not hold one value per row");
     }
     return true;
 }
@@ -38,9 +42,10 @@ bool findColumns(AFitsFile& fits, const char* const* names, int n, int* cols) {
 }  // namespace
 
 std::unique_ptr<AUVXTable> AFitsTables::ReadStations(AFitsFile& fits, int nIF, bool* declared) {
-    const char* names[] = {"ANNAME", "STABXYZ", "NOSTA"};
-    int cols[3];
-    if (!findColumns(fits, names, 3, cols)) return nullptr;
+    const char* names[] = {"NOSTA", "ANNAME", "STABXYZ"};
+    int colsByName[3];
+    if (!findColumns(fits, names, 3, colsByName, 1)) return nullptr;
+    const int cols[3] = {colsByName[1], colsByName[2], colsByName[0]};
     const long long rows = fits.RowCount();
     if (rows < 0) return nullptr;
     if (fits.ColumnRepeat(cols[1]) != 3)
@@ -73,9 +78,10 @@ std::unique_ptr<AUVXTable> AFitsTables::ReadStations(AFitsFile& fits, int nIF, b
 
 std::unique_ptr<AUVXTable> AFitsTables::ReadSources(AFitsFile& fits, const AFitsSourceColumns& names,
                                                     int nIF) {
-    const char* list[] = {names.id, names.name, names.ra, names.dec};
-    int cols[4];
-    if (!findColumns(fits, list, 4, cols)) return nullptr;
+    const char* list[] = {names.id, names.ra, names.dec, names.name};
+    int colsByName[4];
+    if (!findColumns(fits, list, 4, colsByName, 3)) return nullptr;
+    const int cols[4] = {colsByName[0], colsByName[3], colsByName[1], colsByName[2]};
     const long long rows = fits.RowCount();
     if (rows < 0) return nullptr;
     std::vector<double> id, ra, dec;
@@ -99,7 +105,7 @@ std::unique_ptr<AUVXTable> AFitsTables::ReadFrequencies(AFitsFile& fits, const A
                                                         int nIF) {
     const char* list[] = {names.freqSel, names.ifFreq, names.chWidth, names.bandwidth, names.sideband};
     int cols[5];
-    if (!findColumns(fits, list, 5, cols)) return nullptr;
+    if (!findColumns(fits, list, 5, cols, 1)) return nullptr;
     for (int c = 1; c < 5; ++c) {
         if (fits.ColumnRepeat(cols[c]) != nIF)
             return failTable(fits, "column " + std::string(list[c]) + " of table " + fits.CurrentExtName() +

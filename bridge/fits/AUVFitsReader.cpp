@@ -101,8 +101,14 @@ bool AUVFitsReader::Read(AFitsFile& fits, const std::string& out) {
         return fail(path + ": the primary header has no NAXIS or BITPIX");
     if (naxis < 2 || fits.KeyOr("NAXIS1", -1LL) != 0)
         return fail(path + ": not a random-group file (NAXIS1 must be 0)");
+    if (naxis > 16)
+        return fail(path + ": " + std::to_string(naxis) +
+                    " axes; random groups of visibilities have at most 16");
     if (!fits.ReadKey("PCOUNT", pcount) || !fits.ReadKey("GCOUNT", gcount))
         return fail(path + ": the random groups have no PCOUNT or GCOUNT");
+    if (pcount < 0 || pcount > 999 || gcount < 0 || gcount > 2147483647LL)
+        return fail(path + ": PCOUNT " + std::to_string(pcount) + " or GCOUNT " + std::to_string(gcount) +
+                    " out of range");
     if (bitpix != 8 && bitpix != 16 && bitpix != 32 && bitpix != 64 && bitpix != -32 && bitpix != -64)
         return fail(path + ": BITPIX " + std::to_string(bitpix) + " is not a FITS data type");
     const double bscale = fits.KeyOr("BSCALE", 1.0);
@@ -113,8 +119,8 @@ bool AUVFitsReader::Read(AFitsFile& fits, const std::string& out) {
         AFitsAxis a;
         char key[FLEN_KEYWORD];
         std::snprintf(key, sizeof key, "NAXIS%d", j);
-        if (!fits.ReadKey(key, a.length) || a.length < 1)
-            return fail(path + ": axis " + std::to_string(j) + " has no length");
+        if (!fits.ReadKey(key, a.length) || a.length < 1 || a.length > 1000000)
+            return fail(path + ": axis " + std::to_string(j) + " has no length or an impossible one");
         std::snprintf(key, sizeof key, "CTYPE%d", j);
         a.type = stem(fits.KeyOr(key, ""));
         std::snprintf(key, sizeof key, "CRVAL%d", j);

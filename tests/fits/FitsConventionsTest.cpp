@@ -149,3 +149,18 @@ TEST(FitsConventions, HandednessFromTheRecordsGeometry) {
     EXPECT_EQ(r, 0.0);
     EXPECT_EQ(l, 0.0);
 }
+
+// Values of a damaged file must not reach an integer conversion that has no defined result.
+TEST(FitsConventions, NonsenseNumbersBecomeHarmlessIntegers) {
+    EXPECT_EQ(AFitsToInt(NAN), 0);
+    EXPECT_EQ(AFitsToInt(1e20), 2147483647);
+    EXPECT_EQ(AFitsToInt(-1e20), -2147483647 - 1);
+    EXPECT_EQ(AFitsToInt(2.5), 3);
+    EXPECT_EQ(AFitsToInt(-2.5), -3);
+    EXPECT_EQ(AFitsToInt(7.0), 7);
+    for (double code : {static_cast<double>(NAN), -5.0, 1e12, static_cast<double>(INFINITY)}) {
+        const AFitsBaseline b = AFitsDecodeBaseline(code);
+        EXPECT_EQ(b.ant1, 0) << code;
+        EXPECT_EQ(b.ant2, 0) << code;
+    }
+}
