@@ -91,7 +91,7 @@ bool ABPass::InitInernalGain(AArray<int>& ids) {
     ReleaseList(coefs);
     ReleaseList(counts);
     coefs.owner = 1;
-    const int nIF = header != nullptr ? std::max(1, header->nIF) : 0;
+    const int nIF = header != nullptr ? std::max(1, static_cast<int>(header->nIF)) : 0;
     const int nChan = header != nullptr ? header->nChan : 0;
     for (int k = 0; k < ids.count; ++k) {
         auto* coef = new ABPassCoefItem();

@@ -72,7 +72,9 @@ struct ABPass_Base::AItemShares {
 struct ABPass_Base::ASearchCache {
     struct ATlsc {
         std::vector<int> positions;
-        bool endsAscend = true;  // ends never fall along `positions`: a bisection finds the walk's item
+        std::vector<double> starts;  // the items' starts and ends, so that a search touches no item
+        std::vector<double> ends;    // side by side for the bisection
+        bool endsAscend = true;      // ends never fall along `positions`: a bisection finds the walk's item
     };
     int indexed = 0;                         // items of `stored` taken in
     const void* firstItem = nullptr;         // stored[0] when it was taken in: a new list is indexed afresh
@@ -113,9 +115,12 @@ struct ABPass_Base::ASearchCache {
             const ABPassCoefItem* item = stored[i];
             if (item == nullptr) continue;
             ATlsc& entry = slotFor(item->tlsc);
-            if (!entry.positions.empty() && item->end < stored[entry.positions.back()]->end)
+            // A NaN end has no place in an order, so its telescope is walked.
+            if (std::isnan(item->end) || (!entry.ends.empty() && item->end < entry.ends.back()))
                 entry.endsAscend = false;
             entry.positions.push_back(i);
+            entry.starts.push_back(item->start);
+            entry.ends.push_back(item->end);
         }
         indexed = stored.count;
     }
@@ -221,8 +226,15 @@ int ABPass_Base::GetTlscIndex(int tlsc) {
 
 namespace {
 
-// Steps 3 to 5 of the search, shared by the walk and the lookup: one side standing in for a missing
-// other, and a time in a gap going to the interval whose middle is nearer (the later on a tie).
+// A time in the gap between two intervals goes to the one whose middle is nearer, the later on a tie.
+inline bool nearerBefore(double time, double startBefore, double endBefore, double startAfter,
+                         double endAfter) {
+    const double midBefore = endBefore * 0.5 + startBefore * 0.5;
+    const double midAfter = endAfter * 0.5 + startAfter * 0.5;
+    return std::fabs(time - midAfter) > std::fabs(time - midBefore);
+}
+
+// The end of the walk's search: one side standing in for a missing other, then the gap rule.
 int chooseInterval(APtrArray<ABPassCoefItem*>& stored, double time, int& before, int& after) {
     if (before < 0 && after < 0) return -1;
     if (before < 0) before = after;
@@ -230,9 +242,7 @@ int chooseInterval(APtrArray<ABPassCoefItem*>& stored, double time, int& before,
     if (before == after) return before;
     const ABPassCoefItem& b = *stored[before];
     const ABPassCoefItem& a = *stored[after];
-    const double midBefore = b.end * 0.5 + b.start * 0.5;
-    const double midAfter = a.end * 0.5 + a.start * 0.5;
-    return std::fabs(time - midAfter) > std::fabs(time - midBefore) ? before : after;
+    return nearerBefore(time, b.start, b.end, a.start, a.end) ? before : after;
 }
 
 }  // namespace
@@ -259,27 +269,36 @@ int ABPass_Base::SearchIndex(const double& time, int tlsc, int& before, int& aft
     const ASearchCache::ATlsc* entry = m_search->find(tlsc);
     if (entry == nullptr) return -1;
     const std::vector<int>& positions = entry->positions;
+    const std::vector<double>& starts = entry->starts;
+    const std::vector<double>& ends = entry->ends;
     const std::size_t n = positions.size();
     // The walk stops at the telescope's first item whose end lies above the time.
     std::size_t j = 0;
     if (entry->endsAscend) {
-        j = static_cast<std::size_t>(
-            std::upper_bound(positions.begin(), positions.end(), time,
-                             [this](double t, int pos) { return t < stored[pos]->end; }) -
-            positions.begin());
+        // upper_bound finds the first end with time < end; a NaN time compares false everywhere and,
+        // as in the walk, finds none.
+        j = static_cast<std::size_t>(std::upper_bound(ends.begin(), ends.end(), time) - ends.begin());
     } else {
-        while (j < n && !(stored[positions[j]]->end > time)) ++j;
+        while (j < n && !(ends[j] > time)) ++j;
     }
+    // The same choice as the walk's, on positions within the telescope's lists.
+    std::size_t jb = n, ja = n;
     if (j < n) {
-        after = positions[j];
-        if (!(stored[after]->start > time))
-            before = after;
+        ja = j;
+        if (!(starts[j] > time))
+            jb = j;
         else if (j > 0)
-            before = positions[j - 1];
+            jb = j - 1;
     } else if (n > 0) {
-        before = positions[n - 1];
+        jb = n - 1;
     }
-    return chooseInterval(stored, time, before, after);
+    if (jb == n && ja == n) return -1;
+    if (jb == n) jb = ja;
+    if (ja == n) ja = jb;
+    before = positions[jb];
+    after = positions[ja];
+    if (jb == ja) return before;
+    return nearerBefore(time, starts[jb], ends[jb], starts[ja], ends[ja]) ? before : after;
 }
 
 namespace {
@@ -310,14 +329,38 @@ bool stokesIndices(int code, int nPol, int& p1, int& p2) {
     }
 }
 
-// The coefficient at (p, iIF, iChan) of `item`, or 1 + 0i without an item or outside its matrix.
-std::complex<float> coefficientAt(ABPassCoefItem* item, int p, int iIF, int iChan) {
-    if (item == nullptr || item->GetDims() != 3 || p < 0 || static_cast<unsigned>(p) >= item->GetDim(0) ||
-        static_cast<unsigned>(iIF) >= item->GetDim(1) || static_cast<unsigned>(iChan) >= item->GetDim(2))
-        return std::complex<float>(1.0f, 0.0f);
-    return item->data[(static_cast<std::size_t>(p) * item->GetDim(1) + static_cast<unsigned>(iIF)) *
-                          item->GetDim(2) +
-                      static_cast<unsigned>(iChan)];
+// One side's coefficients of one polarisation index, resolved once per product: the (iIF, iChan) plane
+// of the item, or none (every coefficient 1 + 0i) without an item or outside its matrix.
+struct ACoefPlane {
+    const std::complex<float>* data = nullptr;
+    unsigned nIF = 0, nChan = 0;
+
+    ACoefPlane(const ABPassCoefItem* item, int p) {
+        if (item == nullptr || item->GetDims() != 3 || item->data == nullptr || p < 0 ||
+            static_cast<unsigned>(p) >= item->GetDim(0))
+            return;
+        nIF = item->GetDim(1);
+        nChan = item->GetDim(2);
+        data = item->data + static_cast<std::size_t>(p) * nIF * nChan;
+    }
+    std::complex<float> at(int iIF, int iChan) const {
+        if (data == nullptr || static_cast<unsigned>(iIF) >= nIF || static_cast<unsigned>(iChan) >= nChan)
+            return std::complex<float>(1.0f, 0.0f);
+        return data[static_cast<std::size_t>(iIF) * nChan + static_cast<unsigned>(iChan)];
+    }
+};
+
+// The principal square root of x + iy, real part never negative, the root of 0 being 0. The
+// modulus is formed in double, where no float can overflow it, and the result rounded to float.
+std::complex<float> principalRoot(float x, float y) {
+    if (x == 0.0f && y == 0.0f) return std::complex<float>(0.0f, y);
+    const double ax = std::fabs(static_cast<double>(x));
+    const double ay = std::fabs(static_cast<double>(y));
+    const double t = std::sqrt((std::sqrt(ax * ax + ay * ay) + ax) * 0.5);
+    if (std::isinf(y)) return std::complex<float>(std::numeric_limits<float>::infinity(), y);
+    if (x >= 0.0f) return std::complex<float>(static_cast<float>(t), static_cast<float>(y / (2.0 * t)));
+    return std::complex<float>(static_cast<float>(ay / (2.0 * t)),
+                               static_cast<float>(std::copysign(t, static_cast<double>(y))));
 }
 
 // (re + i im) / (c + i d) by Smith's method in single precision; NaN in both parts when c or d is NaN,
@@ -372,15 +415,16 @@ bool ABPass_Base::Calibrate(AUVXGroup& group, AUVXVisibility& visibility) {
     for (int s = 0; s < visibility.nStokes; ++s) {
         int p1 = 0, p2 = 0;
         if (s >= 8 || header == nullptr || !stokesIndices(header->stokes[s], nPol, p1, p2)) return false;
+        const ACoefPlane plane1(item1, p1), plane2(item2, p2);
         for (int iIF = 0; iIF < nIF; ++iIF) {
             for (int iChan = 0; iChan < visibility.nChan; ++iChan) {
                 AUVXComplex& sample = visibility.At(iIF, iChan, s);
                 if (!(sample.wt > 0.0f)) continue;
-                const std::complex<float> a = coefficientAt(item1, p1, iIF, iChan);
-                const std::complex<float> b = coefficientAt(item2, p2, iIF, iChan);
+                const std::complex<float> a = plane1.at(iIF, iChan);
+                const std::complex<float> b = plane2.at(iIF, iChan);
                 const float prodRe = a.real() * b.real() + a.imag() * b.imag();
                 const float prodIm = a.imag() * b.real() - a.real() * b.imag();
-                const std::complex<float> g = std::sqrt(std::complex<float>(prodRe, prodIm));
+                const std::complex<float> g = principalRoot(prodRe, prodIm);
                 float re = sample.re, im = sample.im;
                 smithDivide(re, im, g.real(), g.imag());
                 sample.re = re;

@@ -14,8 +14,10 @@
 // One telescope's matrix of one interval, addressed (polarisation index, IF index, channel index);
 // T is std::complex<float> for coefficients (dimensionless; a sample is divided by them) and int for
 // counts. Every construction and assignment copies the matrix deeply, moves included.
+// Final: items are deleted through their own type by the owning lists, and the matrix has no virtual
+// destructor, so nothing may derive from this record.
 template <class T>
-struct ABPass_coef_item : public AFreeMatrix<T> {
+struct ABPass_coef_item final : public AFreeMatrix<T> {
     ABPass_coef_item();
     ABPass_coef_item(const ABPass_coef_item& other);
     ABPass_coef_item(ABPass_coef_item&& other);
@@ -111,7 +113,9 @@ protected:
     // standing in for the other when missing). An item covers [start, end); a time in a gap takes the
     // item whose middle is nearer, the later one on a tie; a time outside every item takes the first
     // or last. Looks at the telescope's own items only, in logarithmic time when their ends ascend.
-    // The lookup follows `stored` as it grows; items in it must not be replaced or re-labelled.
+    // The lookup follows `stored` as it grows (appending is the only change it sees; a list that
+    // became shorter or has another first item is indexed afresh): items already stored must not be
+    // replaced, given another telescope or another end.
     int SearchIndex(const double& time, int tlsc, int& before, int& after);
     // The same answer by walking all of `stored` from its head, as a reference for the lookup.
     int SearchIndexWalk(const double& time, int tlsc, int& before, int& after);

@@ -178,6 +178,14 @@ int AFreeMatrix<T>::Load(AFile& file) {
     AFREE(data);
     data = nullptr;
     nElements = 0;
+    // A count that disagrees with the extents would let an index reach outside the block.
+    std::uint64_t product = AArray<unsigned int>::count > 0 ? 1 : 0;
+    for (int k = 0; k < AArray<unsigned int>::count; ++k) {
+        const unsigned int extent = AArray<unsigned int>::data[k];
+        if (extent != 0 && product > std::numeric_limits<std::uint64_t>::max() / extent) return 0;
+        product *= extent;
+    }
+    if (elements != product) return 0;
     if (elements == 0) return 1;
     const std::uint64_t limit = static_cast<std::uint64_t>(remainingBytes(file)) / sizeof(T);
     if (elements > limit) return 0;

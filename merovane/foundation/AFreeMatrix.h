@@ -67,9 +67,10 @@ public:
     unsigned int GetDim(unsigned int k) const { return AArray<unsigned int>::data[k]; }
 
     // The file form above. 1 on success, 0 on failure (no text is set). A failed Load leaves the matrix
-    // as far as it got: dimensions and count may come from the file while the elements did not. A
-    // stream too short for the number of dimensions or elements it announces fails without
-    // allocating for them.
+    // as far as it got: the dimensions may come from the file while the elements did not, in which
+    // case the matrix holds no elements (a stream too short for what it announces fails without
+    // allocating for it). An element count other than the product of the extents fails the same
+    // way, so that no index within the extents can reach outside the block.
     int Load(AFile& file);
     int Store(AFile& file);
 
