@@ -77,7 +77,9 @@ public:
     // Least-squares phase per channel and telescope, multiplied as a rotation into the coefficients.
     // False if a kernel reports a status other than 0.
     // Model: the measured (wrapped) phase of a cross record is phase(ant1) - phase(ant2), `ref`'s phase
-    // 0; each solved phase x multiplies exp(+i x) into its telescope's cell, `ref`'s item stays. Every
+    // 0; each solved phase x multiplies exp(+i x) into its telescope's cell, `ref`'s item stays. The
+    // phases are read a spectrum at a time by PhaseSpectrum (within two float places of
+    // AUVXComplex::phase(), and much faster on a whole interval). Every
     // telescope of the map needs a cross record, and the cross records must be at least as many as the
     // telescopes besides `ref`; else false before any change (an empty last column of a square system
     // is not tested by the factorisation and gives NaN coefficients instead).

@@ -161,9 +161,14 @@ bool ABPass::Calculate_PH_CS_LMS1(APtrArray<AUVXVisibility*>& visibilities, AArr
     if (!RecordsFit(visibilities, rows, s)) return false;
 
     AMatrix<double> q(static_cast<std::uint32_t>(m), static_cast<std::uint32_t>(n));
-    AArray<double> b(m), x(n), work(m);
+    AArray<double> x(n), work(m);
     const int status = QRDecompose(a.data, n * 8, 8, work.data, q.data, n * 8, 8, n, m);
     if (status != QRStatusOk) return false;
+    // The measured phases of one product and IF, channel by channel: row iChan holds the right-hand
+    // side of that channel. Filled record by record, each record's spectrum at once, so that the
+    // arctangents run on whole spectra and the solves read contiguous rows.
+    AMatrix<double> phases(static_cast<std::uint32_t>(s.nChan), static_cast<std::uint32_t>(m));
+    if (q.data == nullptr || phases.data == nullptr) return false;
 
     const int r = GetTlscIndex(ref);
     if (r >= 0) MarkAll(*counts[r], s);
@@ -174,13 +179,13 @@ bool ABPass::Calculate_PH_CS_LMS1(APtrArray<AUVXVisibility*>& visibilities, AArr
     for (int st = 0; st < s.nStokes; ++st) {
         const int p = PhaseParallelIndex(header->stokes[st], nPol);
         if (p < 0) continue;
-        for (int iIF = 0; iIF < s.nIF; ++iIF)
+        for (int iIF = 0; iIF < s.nIF; ++iIF) {
+            // Measured phases, not unwrapped; weights play no part.
+            for (int row = 0; row < m; ++row)
+                PhaseSpectrum(*visibilities[rows[row]], iIF, st, phases.data + row, m);
             for (int iChan = 0; iChan < s.nChan; ++iChan) {
-                // Measured phases, not unwrapped; weights play no part.
-                const int element = visibilities[rows[0]]->Index(iIF, iChan, st);
-                for (int row = 0; row < m; ++row) b[row] = visibilities[rows[row]]->data[element].phase();
-                if (QRSolve(q.data, n * 8, 8, work.data, b.data, 8, x.data, 8, n, m) != QRStatusOk)
-                    return false;
+                const double* b = phases.data + static_cast<std::size_t>(iChan) * m;
+                if (QRSolve(q.data, n * 8, 8, work.data, b, 8, x.data, 8, n, m) != QRStatusOk) return false;
                 for (int j = 0; j < n; ++j) {
                     const int t = items[j];
                     if (t < 0) continue;
@@ -189,6 +194,7 @@ bool ABPass::Calculate_PH_CS_LMS1(APtrArray<AUVXVisibility*>& visibilities, AArr
                     counts[t]->data[Cell(*counts[t], p, iIF, iChan)] = 1;
                 }
             }
+        }
     }
     return true;
 }
