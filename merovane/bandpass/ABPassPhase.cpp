@@ -14,20 +14,15 @@
 
 namespace {
 
-// Offset of cell (p, iIF, iChan) in a three-dimensional coefficient or count item.
-inline std::size_t Cell(const AFreeMatrix<std::complex<float>>& item, int p, int iIF, int iChan) {
-    return (static_cast<std::size_t>(p) * item.GetDim(1) + static_cast<std::size_t>(iIF)) * item.GetDim(2) +
-           static_cast<std::size_t>(iChan);
-}
-inline std::size_t Cell(const AFreeMatrix<int>& item, int p, int iIF, int iChan) {
-    return (static_cast<std::size_t>(p) * item.GetDim(1) + static_cast<std::size_t>(iIF)) * item.GetDim(2) +
-           static_cast<std::size_t>(iChan);
-}
-
 // The header's shape as the calculators address it: bands counted as at least 1.
 struct AShape {
     int nIF, nChan, nStokes, nPol;
 };
+
+template <class T>
+bool Fits(const AFreeMatrix<T>& item, const AShape& s) {
+    return PhaseItemFits(item, s.nPol, s.nIF, s.nChan);
+}
 
 AShape ShapeOf(const AUVXHeader& header, int nPol) {
     return AShape{header.nIF > 1 ? header.nIF : 1, header.nChan, header.nStokes, nPol};
@@ -37,7 +32,7 @@ AShape ShapeOf(const AUVXHeader& header, int nPol) {
 void MarkAll(ABPass_coef_item<int>& counts, const AShape& s) {
     for (int p = 0; p < s.nPol; ++p)
         for (int iIF = 0; iIF < s.nIF; ++iIF)
-            for (int iChan = 0; iChan < s.nChan; ++iChan) counts.data[Cell(counts, p, iIF, iChan)] = 1;
+            for (int iChan = 0; iChan < s.nChan; ++iChan) counts.data[PhaseCell(counts, p, iIF, iChan)] = 1;
 }
 
 // The telescope map of the interval, the reference resolved (a negative ref lets the preference list
@@ -94,7 +89,7 @@ bool ABPass::Calculate_PHA_CS_APR(APtrArray<AUVXVisibility*>& visibilities, AArr
     }
     const AShape s = ShapeOf(*header, nPol);
     const int r = GetTlscIndex(ref);
-    if (r >= 0) MarkAll(*counts[r], s);
+    if (r >= 0 && r < counts.count && Fits(*counts[r], s)) MarkAll(*counts[r], s);
     if (s.nChan < 1) return true;
 
     // The fit runs over 2 nChan - 1 entries: the measured channels and nChan - 1 points (0, 0),
@@ -121,7 +116,7 @@ bool ABPass::Calculate_PHA_CS_APR(APtrArray<AUVXVisibility*>& visibilities, AArr
         AUVXVisibility* vis = visibilities[k];
         if (!PhaseRecordFits(vis, s.nIF, s.nChan, s.nStokes)) continue;
         const int t = GetTlscIndex(other);
-        if (t < 0) continue;
+        if (t < 0 || t >= counts.count || !Fits(*coefs[t], s) || !Fits(*counts[t], s)) continue;
         ABPass_coef_item<std::complex<float>>& coef = *coefs[t];
         ABPass_coef_item<int>& count = *counts[t];
         for (int st = 0; st < s.nStokes; ++st) {
@@ -137,8 +132,8 @@ bool ABPass::Calculate_PHA_CS_APR(APtrArray<AUVXVisibility*>& visibilities, AArr
                 if (fit) poly.Fit(x.data, y.data, 0, nFit - 1);
                 for (int iChan = 0; iChan < s.nChan; ++iChan) {
                     const double angle = fit ? sign * poly.Value(x[iChan]) : 0.0;
-                    PhaseRotate(coef.data[Cell(coef, p, iIF, iChan)], angle);
-                    count.data[Cell(count, p, iIF, iChan)] = 1;
+                    PhaseRotate(coef.data[PhaseCell(coef, p, iIF, iChan)], angle);
+                    count.data[PhaseCell(count, p, iIF, iChan)] = 1;
                 }
             }
         }
@@ -171,10 +166,14 @@ bool ABPass::Calculate_PH_CS_LMS1(APtrArray<AUVXVisibility*>& visibilities, AArr
     if (q.data == nullptr || phases.data == nullptr) return false;
 
     const int r = GetTlscIndex(ref);
-    if (r >= 0) MarkAll(*counts[r], s);
+    if (r >= 0 && r < counts.count && Fits(*counts[r], s)) MarkAll(*counts[r], s);
     // The item of each column, looked up once.
     AArray<int> items(n);
-    for (int j = 0; j < n; ++j) items[j] = GetTlscIndex(reduced[j]);
+    for (int j = 0; j < n; ++j) {
+        items[j] = GetTlscIndex(reduced[j]);
+        const int t = items[j];
+        if (t >= 0 && (t >= counts.count || !Fits(*coefs[t], s) || !Fits(*counts[t], s))) items[j] = -1;
+    }
 
     for (int st = 0; st < s.nStokes; ++st) {
         const int p = PhaseParallelIndex(header->stokes[st], nPol);
@@ -190,8 +189,8 @@ bool ABPass::Calculate_PH_CS_LMS1(APtrArray<AUVXVisibility*>& visibilities, AArr
                     const int t = items[j];
                     if (t < 0) continue;
                     ABPass_coef_item<std::complex<float>>& coef = *coefs[t];
-                    PhaseRotate(coef.data[Cell(coef, p, iIF, iChan)], x[j]);
-                    counts[t]->data[Cell(*counts[t], p, iIF, iChan)] = 1;
+                    PhaseRotate(coef.data[PhaseCell(coef, p, iIF, iChan)], x[j]);
+                    counts[t]->data[PhaseCell(*counts[t], p, iIF, iChan)] = 1;
                 }
             }
         }
@@ -217,7 +216,7 @@ bool ABPass::Calculate_PH_CS_LMS(APtrArray<AUVXVisibility*>& visibilities, AArra
     if (bm.data == nullptr || sol.data == nullptr) return false;
 
     const int r = GetTlscIndex(ref);
-    if (r >= 0) MarkAll(*counts[r], s);
+    if (r >= 0 && r < counts.count && Fits(*counts[r], s)) MarkAll(*counts[r], s);
     // The rows of the baselines to the reference, in list order.
     AArray<int> refRows;
     for (int row = 0; row < m; ++row) {
@@ -244,6 +243,7 @@ bool ABPass::Calculate_PH_CS_LMS(APtrArray<AUVXVisibility*>& visibilities, AArra
             // Each telescope's coefficient from the measured phases of its baselines to the reference;
             // the reference's own item takes every one of them, with the sign of its end.
             for (int t = 0; t < nItems; ++t) {
+                if (t >= counts.count || !Fits(*coefs[t], s) || !Fits(*counts[t], s)) continue;
                 const int id = (*antennas)[t].id;
                 ABPass_coef_item<std::complex<float>>& coef = *coefs[t];
                 ABPass_coef_item<int>& count = *counts[t];
@@ -259,8 +259,8 @@ bool ABPass::Calculate_PH_CS_LMS(APtrArray<AUVXVisibility*>& visibilities, AArra
                             angle = -static_cast<double>(vis.data[vis.Index(iIF, iChan, st)].phase());
                         else
                             continue;
-                        PhaseRotate(coef.data[Cell(coef, p, iIF, iChan)], angle);
-                        count.data[Cell(count, p, iIF, iChan)] = 1;
+                        PhaseRotate(coef.data[PhaseCell(coef, p, iIF, iChan)], angle);
+                        count.data[PhaseCell(count, p, iIF, iChan)] = 1;
                     }
             }
         }

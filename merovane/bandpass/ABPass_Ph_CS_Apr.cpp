@@ -13,13 +13,6 @@ namespace {
 
 constexpr int kReference = 2;
 
-// Offset of cell (p, iIF, iChan) in a three-dimensional item.
-template <class T>
-std::size_t Cell(const AFreeMatrix<T>& item, int p, int iIF, int iChan) {
-    return (static_cast<std::size_t>(p) * item.GetDim(1) + static_cast<std::size_t>(iIF)) * item.GetDim(2) +
-           static_cast<std::size_t>(iChan);
-}
-
 // Sum over the channels of (y[i] - fit(x[i])) squared, in channel order.
 double Residual(ADPolyApr& fit, const AArray<double>& x, const AArray<double>& y) {
     double sum = 0.0;
@@ -54,14 +47,15 @@ bool ABPass_Ph_CS_Apr::Calculate(APtrArray<AUVXVisibility*>& visibilities, AArra
 
     const int nIF = header->nIF > 1 ? header->nIF : 1, nChan = header->nChan, nStokes = header->nStokes;
     const int r = GetTlscIndex(kReference);
-    if (r >= 0) {
+    if (r >= 0 && r < counts.count && PhaseItemFits(*coefs[r], nPol, nIF, nChan) &&
+        PhaseItemFits(*counts[r], nPol, nIF, nChan)) {
         ABPass_coef_item<std::complex<float>>& coef = *coefs[r];
         ABPass_coef_item<int>& count = *counts[r];
         for (int p = 0; p < nPol; ++p)
             for (int iIF = 0; iIF < nIF; ++iIF)
                 for (int iChan = 0; iChan < nChan; ++iChan) {
-                    coef.data[Cell(coef, p, iIF, iChan)] = std::complex<float>(1.0f, 0.0f);
-                    count.data[Cell(count, p, iIF, iChan)] = 1;
+                    coef.data[PhaseCell(coef, p, iIF, iChan)] = std::complex<float>(1.0f, 0.0f);
+                    count.data[PhaseCell(count, p, iIF, iChan)] = 1;
                 }
     }
     if (nChan < 1) return true;
@@ -86,7 +80,9 @@ bool ABPass_Ph_CS_Apr::Calculate(APtrArray<AUVXVisibility*>& visibilities, AArra
         AUVXVisibility* vis = avgVis[k];
         if (!PhaseRecordFits(vis, nIF, nChan, nStokes)) continue;
         const int t = GetTlscIndex(other);
-        if (t < 0) continue;
+        if (t < 0 || t >= counts.count || !PhaseItemFits(*coefs[t], nPol, nIF, nChan) ||
+            !PhaseItemFits(*counts[t], nPol, nIF, nChan))
+            continue;
         ABPass_coef_item<std::complex<float>>& coef = *coefs[t];
         ABPass_coef_item<int>& count = *counts[t];
         for (int st = 0; st < nStokes; ++st) {
@@ -109,9 +105,9 @@ bool ABPass_Ph_CS_Apr::Calculate(APtrArray<AUVXVisibility*>& visibilities, AArra
                 chosen.coef[0] += atMid;
                 for (int iChan = 0; iChan < nChan; ++iChan) {
                     const double angle = sign * chosen.Value(x[iChan]);
-                    coef.data[Cell(coef, p, iIF, iChan)] = std::complex<float>(
+                    coef.data[PhaseCell(coef, p, iIF, iChan)] = std::complex<float>(
                         static_cast<float>(std::cos(angle)), static_cast<float>(std::sin(angle)));
-                    count.data[Cell(count, p, iIF, iChan)] = 1;
+                    count.data[PhaseCell(count, p, iIF, iChan)] = 1;
                 }
             }
         }

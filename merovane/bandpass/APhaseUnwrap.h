@@ -2,7 +2,9 @@
 #pragma once
 
 #include <complex>
+#include <cstddef>
 
+#include <merovane/foundation/AFreeMatrix.h>
 #include <merovane/uvx/AUVXRecords.h>
 
 // A small value object, one per series (one IF of one product of one record). Set `fresh` before the
@@ -37,3 +39,18 @@ void PhaseSpectrum(const AUVXVisibility& vis, int iIF, int iStokes, double* out,
 // True if `vis` is there and holds exactly nIF (at least 1) x nChan x nStokes elements in that
 // shape, so that every element the header promises can be read.
 bool PhaseRecordFits(const AUVXVisibility* vis, int nIF, int nChan, int nStokes);
+
+// True if a coefficient or count item has exactly the dimensions nPol x nIF x nChan (polarisation,
+// IF, channel) that the calculators address; an item of another shape is passed over.
+template <class T>
+bool PhaseItemFits(const AFreeMatrix<T>& item, int nPol, int nIF, int nChan) {
+    return item.data != nullptr && item.GetDims() == 3 && static_cast<int>(item.GetDim(0)) == nPol &&
+           static_cast<int>(item.GetDim(1)) == nIF && static_cast<int>(item.GetDim(2)) == nChan;
+}
+
+// Offset of cell (p, iIF, iChan) in an item that PhaseItemFits accepts.
+template <class T>
+std::size_t PhaseCell(const AFreeMatrix<T>& item, int p, int iIF, int iChan) {
+    return (static_cast<std::size_t>(p) * item.GetDim(1) + static_cast<std::size_t>(iIF)) * item.GetDim(2) +
+           static_cast<std::size_t>(iChan);
+}

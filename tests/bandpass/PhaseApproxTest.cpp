@@ -283,3 +283,53 @@ TEST(PhaseApprox, StraightLinePerHand) {
 }
 
 }  // namespace
+
+namespace {
+
+// Bad input is passed over without a write outside an item or a read outside a record: a caller's
+// item of the wrong size keeps its values, a record of another shape than the header's is not read.
+TEST(PhaseApprox, ItemsAndRecordsOfAnotherShapeArePassedOver) {
+    APhaseInterval iv(1, 8, {kRR}, {1, 2, 3});
+    iv.Add(
+        1, 2, [](int, int, int) { return 0.3; }, 1.0);
+    iv.Add(
+        2, 3, [](int, int, int) { return 0.2; }, 1.0);
+    ABPass_Ph_CS_Apr calc;
+    calc.Init(iv.header, iv.antennas, 1);
+    Items(calc, iv.header, {2, 3});
+    auto* small = new ABPass_coef_item<std::complex<float>>();
+    auto* smallCount = new ABPass_coef_item<int>();
+    ASSERT_TRUE(small->Init(1, 1, 4));
+    ASSERT_TRUE(smallCount->Init(1, 1, 4));
+    small->Fill({5.0f, 0.0f});
+    smallCount->ZeroFill();
+    small->tlsc = smallCount->tlsc = 1;
+    calc.coefs.Add(small);
+    calc.counts.Add(smallCount);
+    ASSERT_TRUE(calc.Calculate(iv.vis, iv.groups, 1.0, 1.0));
+    for (int c = 0; c < 4; ++c) {
+        EXPECT_EQ((*small)(0u, 0u, static_cast<unsigned>(c)), std::complex<float>(5.0f, 0.0f));
+        EXPECT_EQ((*smallCount)(0u, 0u, static_cast<unsigned>(c)), 0);
+    }
+    EXPECT_ROTATION(CoefOf(calc, 3, 0, 0, 7), -0.4, "telescope 3");
+
+    // A record with fewer channels than the header says: the polynomial calculator skips it, the
+    // network solves refuse the interval.
+    APhaseInterval bad(1, 8, {kRR}, {1, 2, 3});
+    bad.Add(1, 2, [](int, int, int) { return 0.3; });
+    bad.Add(1, 3, [](int, int, int) { return 0.3; });
+    bad.Add(2, 3, [](int, int, int) { return 0.3; });
+    delete bad.vis[1];
+    bad.vis[1] = new AUVXVisibility(1, 4, 1);
+    bad.Fresh();
+    const auto before = bad.AllCoefs();
+    ASSERT_TRUE(bad.bp.Calculate_PHA_CS_APR(bad.vis, bad.groups, 0, 0, 1, 1, false, true));
+    EXPECT_EQ(bad.Coef(3, 0, 0, 0), std::complex<float>(1.0f, 0.0f));
+    EXPECT_NE(bad.Coef(2, 0, 0, 0), std::complex<float>(1.0f, 0.0f));
+    bad.Fresh();
+    EXPECT_FALSE(bad.bp.Calculate_PH_CS_LMS1(bad.vis, bad.groups, 0, 0, 1));
+    EXPECT_FALSE(bad.bp.Calculate_PH_CS_LMS(bad.vis, bad.groups, 0, 0, 1));
+    EXPECT_EQ(bad.AllCoefs(), before);
+}
+
+}  // namespace
