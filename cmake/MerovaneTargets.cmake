@@ -31,13 +31,10 @@ function(merovane_options_in_directory dir)
 endfunction()
 
 # merovane_install_program(<target>): installs a program of tools/<name>/ into the package's bin
-# folder, finding the installed shared library beside it (../lib) wherever the package is unpacked.
-# Does nothing when the project is not installing (MEROVANE_INSTALL off).
+# folder (where CMAKE_INSTALL_RPATH lets it find the installed library). Does nothing when the
+# project is not installing (MEROVANE_INSTALL off, the default when it is a subproject).
 function(merovane_install_program target)
-  if(NOT MEROVANE_INSTALL)
-    return()
+  if(MEROVANE_INSTALL)
+    install(TARGETS ${target} RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR})
   endif()
-  file(RELATIVE_PATH to_lib ${CMAKE_INSTALL_FULL_BINDIR} ${CMAKE_INSTALL_FULL_LIBDIR})
-  set_target_properties(${target} PROPERTIES INSTALL_RPATH "$ORIGIN/${to_lib}")
-  install(TARGETS ${target} RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR})
 endfunction()

@@ -88,6 +88,20 @@ foreach(file ${files})
   endif()
 endforeach()
 
+# Every installed program and library finds what it links, from the install alone.
+file(GLOB programs ${prefix}/bin/*)
+file(GLOB libraries ${prefix}/lib*/*.so)
+foreach(binary ${programs} ${libraries})
+  file(READ ${binary} magic LIMIT 4 HEX)
+  if(NOT magic STREQUAL "7f454c46")
+    continue()  # a script
+  endif()
+  run(${CMAKE_COMMAND} -E env --unset=LD_LIBRARY_PATH ldd ${binary})
+  if(run_out MATCHES "([^\n]*not found)")
+    message(FATAL_ERROR "installed ${binary} does not find ${CMAKE_MATCH_1}")
+  endif()
+endforeach()
+
 # Every installed header declares only what the library exports.
 run(${CMAKE_COMMAND} -DINCLUDE_DIR=${prefix}/include -DLIB=${libs} -DOBJECTS_FILE=${OBJECTS_FILE}
     -P ${CMAKE_CURRENT_LIST_DIR}/CheckInstalledHeaders.cmake)

@@ -14,7 +14,7 @@ struct ABaselineOfRecord {
     int ant1, ant2, index;  // index 0 for the autocorrelation
 };
 const ABaselineOfRecord kBaselines[] = {{1, 2, 1}, {1, 3, 2}, {2, 3, 3}, {1, 1, 0}};
-const int kTimes = 10;          // time stamps 0, 2, ..., 18 s
+const int kTimes = 10;  // time stamps 0, 2, ..., 18 s
 const int kIF = 2, kChan = 4, kStokes = 2;
 
 // Element e of the record at time t on a baseline of index b: re = t + 100 b + e, im = -t / 2 - 1,
@@ -54,7 +54,8 @@ bool WriteObservation(const std::string& path) {
             group.u = static_cast<float>(t);
             group.v = static_cast<float>(b.index);
             for (int e = 0; e < vis.count; ++e) {
-                vis.data[e] = AUVXComplex{static_cast<float>(t + 100 * b.index + e), static_cast<float>(-t / 2 - 1), 1.0f};
+                vis.data[e] = AUVXComplex{static_cast<float>(t + 100 * b.index + e),
+                                          static_cast<float>(-t / 2 - 1), 1.0f};
             }
             if (b.index == 3 && t == 8.0) vis.data[0].wt = 0.1f;
             if (!writer.Write(group, vis)) {
@@ -119,10 +120,12 @@ bool PrintRecords(const std::string& path) {
 
 int main(int argc, char** argv) {
     if (argc != 2) {
-        std::fprintf(stderr, "usage: uvx-average FOLDER\n(writes FOLDER/average-in.uvx and FOLDER/average-out.uvx)\n");
+        std::fprintf(
+            stderr, "usage: uvx-average FOLDER\n(writes FOLDER/average-in.uvx and FOLDER/average-out.uvx)\n");
         return 2;
     }
-    const std::string in = std::string(argv[1]) + "/average-in.uvx", out = std::string(argv[1]) + "/average-out.uvx";
+    const std::string in = std::string(argv[1]) + "/average-in.uvx",
+                      out = std::string(argv[1]) + "/average-out.uvx";
     if (!WriteObservation(in)) return 1;
 
     AUVXFile inFile, outFile;
