@@ -13,6 +13,7 @@
 #include <set>
 #include <sstream>
 
+#include <merovane/antab/AAntabCheck.h>
 #include <merovane/antab/AAntabData.h>
 #include <merovane/digitisation/AAIShortTbl.h>
 #include <merovane/digitisation/ADigErrCorrect.h>
@@ -577,12 +578,45 @@ bool ACalPipeline::Run(const std::string& in, const std::string& out, const ACal
                                    ": the amplitude calibration needs circular products (RR, LL, RL, LR); "
                                    "the file has Stokes code " +
                                    std::to_string(st.header.stokes[s])));
-        std::ifstream text(options.antab, std::ios::binary);
-        if (!text) return finish(fail(options.antab + ": cannot read the ANTAB file"));
+        std::ifstream file(options.antab, std::ios::binary);
+        if (!file) return finish(fail(options.antab + ": cannot read the ANTAB file"));
+        std::ostringstream whole;
+        whole << file.rdbuf();
+        // The checker reads the text as the parser would and explains what the parser would refuse
+        // or misread; with --antab-fix its normalised text is what gets loaded. (The Tsys coverage of
+        // the observation is checked during the walk itself, not by a walk of its own.)
+        AAntabCheck checker;
+        AAntabCheckResult checked;
+        checker.CheckText(whole.str(), options.antab, nullptr, checked);
+        bool findings = false;
+        for (const AAntabFinding& f : checked.findings)
+            if (f.kind == "error" || f.kind == "loss" || f.kind == "question") {
+                findings = true;
+                if (!options.antabFix) m_summary.warnings.push_back(FormatAntabFinding(options.antab, f));
+            }
+        std::string antabText = whole.str();
+        if (options.antabFix) {
+            if (checked.stopped) {
+                std::string question;
+                for (const AAntabFinding& f : checked.findings)
+                    if (f.kind == "question") question += "\n" + FormatAntabFinding(options.antab, f);
+                return finish(fail(options.antab +
+                                   ": the ANTAB file is ambiguous and was not normalised; answer with "
+                                   "antab-check's options and calibrate with its output:" +
+                                   question));
+            }
+            for (const AAntabChange& c : checked.changes)
+                m_summary.antabChanges.push_back("line " + std::to_string(c.line) + ": \"" + c.before +
+                                                 "\" -> \"" + c.after + "\" (" + c.why + ")");
+            if (checked.changed) antabText = checked.normalised;
+        }
+        std::istringstream text(antabText);
         st.antab = std::make_unique<AAntabData>();
         if (!st.antab->Init(inFile)) return finish(fail(in + ": " + st.antab->GetErrMsg().GetString()));
         if (!st.antab->Load(text)) {
             std::string msg = st.antab->GetErrMsg().GetString();
+            if (findings && !options.antabFix)
+                msg += " (the checker's findings are listed above; --antab-fix may repair them)";
             const auto at = msg.find("non found ");
             const auto to = msg.find(" in ANTAB data");
             if (at != std::string::npos && to != std::string::npos && to > at + 10) {

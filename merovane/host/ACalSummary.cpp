@@ -95,6 +95,7 @@ std::string ACalSummary::ToJson() const {
     j += "  \"stations_calibrated\": " + jsonList(stationsCalibrated) + ",\n";
     j += "  \"not_done\": " + jsonList(notDone) + ",\n";
     j += "  \"warnings\": " + jsonList(warnings) + ",\n";
+    j += "  \"antab_changes\": " + jsonList(antabChanges) + ",\n";
     j += "  \"seconds\": " + jsonNumber(seconds) + ",\n";
     j += "  \"input_mb\": " + jsonNumber(inputMB) + ",\n";
     j += "  \"mb_per_second\": " + jsonNumber(MBPerSecond()) + "\n";
@@ -122,6 +123,7 @@ std::string ACalSummary::ToText() const {
         t += buf;
     }
     if (!stationsCalibrated.empty()) t += "stations calibrated: " + joined(stationsCalibrated, " ") + "\n";
+    for (const auto& c : antabChanges) t += "antab changed: " + c + "\n";
     for (const auto& w : warnings) t += "warning: " + w + "\n";
     for (const auto& n : notDone) t += "not done: " + n + "\n";
     std::snprintf(buf, sizeof buf, "time: %.2f s for %d walk(s) over %.1f MB, %.1f MB/s", seconds, walks,

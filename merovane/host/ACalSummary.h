@@ -26,6 +26,7 @@ struct MEROVANE_API ACalSummary {
     std::vector<std::string> stationsCalibrated;  // stations with amplitude calibration applied
     std::vector<std::string> notDone;             // what could not be done, and why
     std::vector<std::string> warnings;            // what was done in a way the user may not expect
+    std::vector<std::string> antabChanges;        // how --antab-fix rewrote the ANTAB text, line by line
     double seconds = 0.0;                         // wall time of the whole run
     double inputMB = 0.0;                         // size of the input file in MB (1e6 bytes)
     double MBPerSecond() const { return seconds > 0.0 ? inputMB * walks / seconds : 0.0; }

@@ -222,6 +222,54 @@ TEST_F(PipelineTest, AStationWithoutAntabDataIsNamed) {
     EXPECT_FALSE(fs::exists(out));
 }
 
+TEST_F(PipelineTest, TheCheckerExplainsALossAndAntabFixRepairsIt) {
+    // A blank behind the comma of EF's DPFU list: the parser keeps the first value alone.
+    std::ifstream text(antab);
+    std::string line, edited;
+    int lineNo = 0, gainLine = 0;
+    while (std::getline(text, line)) {
+        ++lineNo;
+        if (line.rfind("GAIN EF ", 0) == 0) {
+            const auto comma = line.find(',', line.find("DPFU="));
+            line.insert(comma + 1, " ");
+            gainLine = lineNo;
+        }
+        edited += line + "\n";
+    }
+    ASSERT_GT(gainLine, 0);
+    const std::string blank = HostPath("-blank.antab");
+    WriteText(blank, edited);
+    ACalOptions opt;
+    opt.antab = blank;
+    opt.digPower = opt.digBits = true;
+    ACalPipeline run;
+    ASSERT_TRUE(run.Run(uvx, out, opt)) << run.m_errMsg;
+    // The checker's finding, beside the AI table's own warning.
+    auto findings = [&]() {
+        std::vector<std::string> f;
+        for (const auto& w : run.m_summary.warnings)
+            if (w.rfind(blank + ":", 0) == 0) f.push_back(w);
+        return f;
+    };
+    ASSERT_EQ(findings().size(), 1u);
+    EXPECT_EQ(
+        findings()[0].rfind(blank + ":" + std::to_string(gainLine) + ": loss [blank-after-comma] EF: ", 0),
+        0u)
+        << findings()[0];
+    EXPECT_TRUE(run.m_summary.antabChanges.empty());
+    double worst = 0;
+    for (const auto& [id, ratio] : FluxRatios(out, truth)) worst = std::max(worst, std::fabs(ratio - 1.0));
+    EXPECT_GT(worst, 0.005) << "the lost DPFU value of EF's L hand must show in the fluxes";
+
+    opt.antabFix = true;
+    ASSERT_TRUE(run.Run(uvx, out, opt)) << run.m_errMsg;
+    EXPECT_TRUE(findings().empty());
+    ASSERT_EQ(run.m_summary.antabChanges.size(), 1u);
+    EXPECT_EQ(run.m_summary.antabChanges[0].rfind("line " + std::to_string(gainLine) + ": \"GAIN EF ", 0), 0u)
+        << run.m_summary.antabChanges[0];
+    for (const auto& [id, ratio] : FluxRatios(out, truth)) EXPECT_NEAR(ratio, 1.0, 1e-3) << id;
+}
+
 TEST_F(PipelineTest, RecordsBeforeTheStartAreDroppedOrCopiedRawOnRequest) {
     const double start = 72000.0 + 150.0;  // the second scan
     ACalOptions opt;

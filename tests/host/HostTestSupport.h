@@ -48,6 +48,7 @@ inline std::string HostPath(const std::string& suffix) {
 
 inline std::string Slurp(const std::string& path) {
     std::ifstream in(path, std::ios::binary);
+    if (!in.is_open()) ADD_FAILURE() << "cannot open " << path;
     std::ostringstream s;
     s << in.rdbuf();
     return s.str();

@@ -142,6 +142,7 @@ TEST(UvxCalReportTest, ReportHoldsTheSummaryTheBandpassStoreAndValidPngs) {
     // One stored matrix per station and scan (four scans), each 2 x 1 x 8 complex values.
     EXPECT_GT(fs::file_size(dir + "/bandpass.store"), 3u * 4u * (2u * 1u * 8u * 8u));
     std::ifstream list(dir + "/plots.txt");
+    ASSERT_TRUE(list.is_open()) << "cannot open " << dir << "/plots.txt";
     std::vector<std::string> pngs;
     for (std::string line; std::getline(list, line);) pngs.push_back(line);
     // Amplitude and phase per station, IF and hand (3 x 1 x 2), and Tsys per station.
@@ -153,6 +154,7 @@ TEST(UvxCalReportTest, ReportHoldsTheSummaryTheBandpassStoreAndValidPngs) {
 
 TEST_F(UvxCalTest, AnAbsentStationInTheAntabFileIsNamedWithExitCode1) {
     std::ifstream text(antab);
+    ASSERT_TRUE(text.is_open()) << "cannot open " << antab;
     std::string line, kept;
     bool skip = false;
     while (std::getline(text, line)) {

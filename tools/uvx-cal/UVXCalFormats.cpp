@@ -156,11 +156,6 @@ bool AUVXCalFormats::FinishOutput(const std::string& out, const std::string& uvx
     return false;
 }
 
-bool AUVXCalFormats::FixAntab(std::string&, const std::string&) {
-    m_err = "--antab-fix needs the ANTAB checker, which this build of the library does not have";
-    return false;
-}
-
 bool RunPlotScript(const char* argv0, const std::string& dir, std::string& why) {
     std::error_code ec;
     std::vector<fs::path> candidates;

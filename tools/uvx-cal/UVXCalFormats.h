@@ -17,8 +17,6 @@ public:
     bool PrepareOutput(const std::string& out, std::string& uvx);
     // Converts the temporary output into OUT (nothing for a UVX output). False with m_err.
     bool FinishOutput(const std::string& out, const std::string& uvx);
-    // Normalises the ANTAB file with the checker; `antab` then names the normalised copy.
-    bool FixAntab(std::string& antab, const std::string& uvx);
     // Removes the temporary files.
     void Discard();
 

@@ -26,7 +26,7 @@ const char* kUsage =
     "options:\n"
     "  --antab FILE          amplitude calibration from an ANTAB file; 'input' takes the\n"
     "                        a-priori tables of a FITS-IDI input\n"
-    "  --antab-fix           normalise the ANTAB file first (needs the ANTAB checker)\n"
+    "  --antab-fix           load the ANTAB text as the checker normalises it, changes listed\n"
     "  --tsys-far hold|drop  records further than --tsys-span from any Tsys row of a station:\n"
     "                        use the nearest Tsys (hold, default) or leave them out (drop)\n"
     "  --tsys-span MIN       what counts as far, in minutes [30]\n"
@@ -253,13 +253,6 @@ int main(int argc, char** argv) {
                          in.c_str());
             return 1;
         }
-    }
-    if (opt.antabFix) {
-        if (!formats.FixAntab(opt.antab, uvxIn)) {
-            std::fprintf(stderr, "uvx-cal: %s\n", formats.m_err.c_str());
-            return 1;
-        }
-        for (const auto& line : formats.m_notes) std::fprintf(stderr, "uvx-cal: antab: %s\n", line.c_str());
     }
 
     AConsoleListener listener(quiet, PlatformIsTerminal(PlatformStream::Error));
