@@ -1,7 +1,10 @@
-// Amplitude calibration of records against a long ANTAB table: Tsys by forward scan and by index.
+// Amplitude calibration of records against a long ANTAB table: Tsys by forward scan and by index, on
+// records spread over the day and on records as a correlator writes them, beside the floor: a plain
+// loop that scales the same elements by one factor per band and product.
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <map>
 #include <random>
 #include <sstream>
 #include <string>
@@ -20,20 +23,26 @@ namespace {
 
 constexpr int kIF = 8;
 constexpr int kChan = 64;
-constexpr int kRows = 3000;      // Tsys rows per station
-constexpr double kRowStep = 25;  // seconds between rows: 3000 rows span about 20.8 hours
-constexpr int kRecords = 512;    // records calibrated per benchmark iteration
+constexpr int kRows = 3000;       // Tsys rows per station
+constexpr double kRowStep = 25;   // seconds between rows: 3000 rows span about 20.8 hours
+constexpr int kRecords = 512;     // records of the spread stream calibrated per benchmark iteration
+constexpr int kStamps = 10;       // time stamps of the correlator stream per benchmark iteration
+constexpr double kStampStep = 2;  // seconds between them
 
 struct Station {
     const char* name;
     double x, y, z;
 };
 
-const Station kStations[] = {{"EF", 4033947.2, 486990.8, 4900431.0},
-                             {"WB", 3828750.7, 442589.2, 5064921.6},
-                             {"ON", 3370605.8, 711917.7, 5349830.9},
-                             {"MC", 4461369.7, 919597.1, 4449559.4}};
+const Station kStations[] = {
+    {"EF", 4033947.2, 486990.8, 4900431.0},  {"WB", 3828750.7, 442589.2, 5064921.6},
+    {"ON", 3370605.8, 711917.7, 5349830.9},  {"MC", 4461369.7, 919597.1, 4449559.4},
+    {"NT", 4934562.8, 1321201.5, 3806484.7}, {"TR", 3638558.5, 1221969.7, 5077036.8},
+    {"YS", 4848761.8, -261484.1, 4123085.1}, {"HH", 5085442.8, 2668263.5, -2768697.0},
+    {"JB", 3822626.0, -154105.6, 5086486.0}, {"SV", 2730173.6, 1562442.8, 5529969.2}};
 constexpr int kStationCount = sizeof kStations / sizeof kStations[0];
+constexpr int kSpreadStations = 4;                                  // the spread stream uses the first four
+constexpr int kPerStamp = kStationCount * (kStationCount + 1) / 2;  // 45 baselines, 10 autocorrelations
 
 void Check(bool ok, const char* what) {
     if (!ok) {
@@ -122,32 +131,52 @@ struct Fixture {
         Check(data.Load(in), data.GetErrMsg());
         std::uniform_real_distribution<double> unit(0.0, 1.0);
         const double first = 3600.0, last = 3600.0 + (kRows - 1) * kRowStep;
+        // Spread: any two of four stations at any time of the table.
         for (int i = 0; i < kRecords; ++i) {
             AUVXGroup g{};
             g.freqId = 1;
             g.sourceId = 1;
             g.time = first + (last - first) * unit(rng);
-            g.ant1 = static_cast<std::int8_t>(1 + i % kStationCount);
-            g.ant2 = static_cast<std::int8_t>(1 + (i / kStationCount + 1 + i) % kStationCount);
-            groups.push_back(g);
+            g.ant1 = static_cast<std::int8_t>(1 + i % kSpreadStations);
+            g.ant2 = static_cast<std::int8_t>(1 + (i / kSpreadStations + 1 + i) % kSpreadStations);
+            spread.push_back(g);
         }
+        // As a correlator writes them: per time stamp every baseline and autocorrelation of the ten
+        // stations, time stamps in order.
+        for (int k = 0; k < kStamps; ++k)
+            for (int a = 1; a <= kStationCount; ++a)
+                for (int b = a; b <= kStationCount; ++b) {
+                    AUVXGroup g{};
+                    g.freqId = 1;
+                    g.sourceId = 1;
+                    g.time = 7200.0 + k * kStampStep;
+                    g.ant1 = static_cast<std::int8_t>(a);
+                    g.ant2 = static_cast<std::int8_t>(b);
+                    stream.push_back(g);
+                }
         AUVXVisibility proto(kIF, kChan, 2);
         for (int i = 0; i < proto.count; ++i)
             proto.data[i] = AUVXComplex{static_cast<float>(unit(rng)), static_cast<float>(unit(rng)), 1.0f};
         raw.assign(proto.data, proto.data + proto.count);
+        for (int p = 0; p < kIF * 2; ++p) floorFactors.push_back(100.0 + 400.0 * unit(rng));
 
-        // Both lookups must give the same records, bit for bit.
-        for (int i = 0; i < kRecords; ++i) {
-            AUVXVisibility a(kIF, kChan, 2), b(kIF, kChan, 2);
-            std::memcpy(a.data, raw.data(), raw.size() * sizeof(AUVXComplex));
-            std::memcpy(b.data, raw.data(), raw.size() * sizeof(AUVXComplex));
-            SetScan(false);
-            Check(data.Calibrate(groups[i], a), data.GetErrMsg());
-            SetScan(true);
-            Check(data.Calibrate(groups[i], b), data.GetErrMsg());
-            Check(std::memcmp(a.data, b.data, raw.size() * sizeof(AUVXComplex)) == 0,
-                  "scan and index differ");
+        // The reporting way (every telescope scanning) and the fast one (index and kept lookups) must
+        // give the same records, bit for bit, on both streams.
+        for (const std::vector<AUVXGroup>* records : {&spread, &stream}) {
+            for (const AUVXGroup& g : *records) {
+                AUVXGroup ga = g, gb = g;
+                AUVXVisibility a(kIF, kChan, 2), b(kIF, kChan, 2);
+                std::memcpy(a.data, raw.data(), raw.size() * sizeof(AUVXComplex));
+                std::memcpy(b.data, raw.data(), raw.size() * sizeof(AUVXComplex));
+                SetScan(false);
+                Check(data.Calibrate(ga, a), data.GetErrMsg());
+                SetScan(true);
+                Check(data.Calibrate(gb, b), data.GetErrMsg());
+                Check(std::memcmp(a.data, b.data, raw.size() * sizeof(AUVXComplex)) == 0,
+                      "the scan and the fast way differ");
+            }
         }
+        SetScan(false);
     }
 
     void SetScan(bool scan) {
@@ -157,8 +186,9 @@ struct Fixture {
     AMemFile mem;
     AUVXFile file;
     AAntabData data;
-    std::vector<AUVXGroup> groups;
+    std::vector<AUVXGroup> spread, stream;
     std::vector<AUVXComplex> raw;
+    std::vector<double> floorFactors;  // per band and product
 };
 
 Fixture& Shared() {
@@ -166,34 +196,100 @@ Fixture& Shared() {
     return fixture;
 }
 
-void Run(benchmark::State& state, bool scan) {
+void Run(benchmark::State& state, const std::vector<AUVXGroup>& records, bool scan) {
     Fixture& f = Shared();
     f.SetScan(scan);
     AUVXVisibility vis(kIF, kChan, 2);
     for (auto _ : state) {
-        for (int i = 0; i < kRecords; ++i) {
+        for (const AUVXGroup& record : records) {
+            AUVXGroup g = record;
             std::memcpy(vis.data, f.raw.data(), f.raw.size() * sizeof(AUVXComplex));
-            const bool ok = f.data.Calibrate(f.groups[i], vis);
+            const bool ok = f.data.Calibrate(g, vis);
             benchmark::DoNotOptimize(ok);
             benchmark::DoNotOptimize(vis.data[0]);
         }
     }
-    state.SetItemsProcessed(state.iterations() * kRecords);
+    state.SetItemsProcessed(state.iterations() * static_cast<std::int64_t>(records.size()));
     f.SetScan(false);
 }
 
-// Tsys by the forward scan over every row, the baseline.
-void BM_CalibrateScan(benchmark::State& state) {
-    Run(state, true);
-}
-// Tsys by bisection over the per-column index.
-void BM_CalibrateIndexed(benchmark::State& state) {
-    Run(state, false);
+// The floor: the same records' elements scaled by one factor per band and product, the value
+// components multiplied and the weight divided by the square in double, each rounded to float.
+void BM_Floor(benchmark::State& state) {
+    Fixture& f = Shared();
+    AUVXVisibility vis(kIF, kChan, 2);
+    const double* factor = f.floorFactors.data();
+    double square[kIF * 2];
+    for (int p = 0; p < kIF * 2; ++p) square[p] = factor[p] * factor[p];
+    for (auto _ : state) {
+        for (int r = 0; r < kRecords; ++r) {
+            std::memcpy(vis.data, f.raw.data(), f.raw.size() * sizeof(AUVXComplex));
+            AUVXComplex* c = vis.data;
+            for (int iIF = 0; iIF < kIF; ++iIF)
+                for (int iChan = 0; iChan < kChan; ++iChan)
+                    for (int s = 0; s < 2; ++s, ++c) {
+                        const int p = iIF * 2 + s;
+                        c->re = static_cast<float>(static_cast<double>(c->re) * factor[p]);
+                        c->im = static_cast<float>(static_cast<double>(c->im) * factor[p]);
+                        c->wt = static_cast<float>(static_cast<double>(c->wt) / square[p]);
+                    }
+            benchmark::DoNotOptimize(vis.data[0]);
+        }
+    }
+    state.SetItemsProcessed(state.iterations() * kRecords);
 }
 
-BENCHMARK(BM_CalibrateScan)->Unit(benchmark::kMicrosecond);
-BENCHMARK(BM_CalibrateIndexed)->Unit(benchmark::kMicrosecond);
+// Spread records, Tsys by the forward scan over every row: the reference.
+void BM_CalibrateScan(benchmark::State& state) {
+    Run(state, Shared().spread, true);
+}
+// Spread records, Tsys by bisection over the per-column index.
+void BM_CalibrateIndexed(benchmark::State& state) {
+    Run(state, Shared().spread, false);
+}
+// The correlator's order: each station's lookups serve every record of its time stamp.
+void BM_CalibrateStream(benchmark::State& state) {
+    Run(state, Shared().stream, false);
+}
+
+BENCHMARK(BM_Floor)->Unit(benchmark::kMicrosecond)->Repetitions(3);
+BENCHMARK(BM_CalibrateScan)->Unit(benchmark::kMicrosecond)->Repetitions(3);
+BENCHMARK(BM_CalibrateIndexed)->Unit(benchmark::kMicrosecond)->Repetitions(3);
+BENCHMARK(BM_CalibrateStream)->Unit(benchmark::kMicrosecond)->Repetitions(3);
+
+// Keeps the median time per record of each benchmark, to print the ratios to the floor at the end.
+class RatioReporter : public benchmark::ConsoleReporter {
+public:
+    void ReportRuns(const std::vector<Run>& runs) override {
+        for (const Run& run : runs) {
+            if (run.error_occurred || run.run_type != Run::RT_Aggregate || run.aggregate_name != "median")
+                continue;
+            const auto items = run.counters.find("items_per_second");
+            if (items == run.counters.end() || items->second.value <= 0) continue;
+            perRecord[run.run_name.function_name] = 1.0 / items->second.value;
+        }
+        ConsoleReporter::ReportRuns(runs);
+    }
+    std::map<std::string, double> perRecord;  // seconds per record
+};
 
 }  // namespace
 
-BENCHMARK_MAIN();
+int main(int argc, char** argv) {
+    benchmark::Initialize(&argc, argv);
+    RatioReporter reporter;
+    benchmark::RunSpecifiedBenchmarks(&reporter);
+    benchmark::Shutdown();
+    const auto& t = reporter.perRecord;
+    const auto floor = t.find("BM_Floor");
+    if (floor == t.end()) return 0;
+    const double elements = kIF * kChan * 2;
+    std::printf("floor %.2f ns per element\n", floor->second * 1e9 / elements);
+    for (const char* name : {"BM_CalibrateScan", "BM_CalibrateIndexed", "BM_CalibrateStream"}) {
+        const auto it = t.find(name);
+        if (it == t.end()) continue;
+        std::printf("%-20s %.2f ns per element, %.2f x the floor\n", name, it->second * 1e9 / elements,
+                    it->second / floor->second);
+    }
+    return 0;
+}

@@ -18,6 +18,79 @@ namespace {
 
 const char kPrefix[] = "Error> <AAntabData> ";
 
+// The polarisation indices of the two antennas of a product (R 0, L polL); false for a code other
+// than RR, LL, RL, LR.
+bool polarisationsOf(int code, int polL, int& polA, int& polB) {
+    switch (code) {
+        case -1:
+            polA = polB = 0;
+            return true;
+        case -2:
+            polA = polB = polL;
+            return true;
+        case -3:
+            polA = 0;
+            polB = polL;
+            return true;
+        case -4:
+            polA = polL;
+            polB = 0;
+            return true;
+        default:
+            return false;
+    }
+}
+
+enum class AFactorResult { Ok, BadGain, BadSefd, BadMul };
+
+// The factor of a product from the Tsys and gains of its two antennas; every way of calibrating
+// works it out here, so that they agree to the bit. A negative or NaN SEFD product gives 0 (flag).
+AFactorResult factorFrom(double tsysA, double tsysB, double gA, double gB, double& sefdA, double& sefdB,
+                         double& m, double& factor) {
+    if (gA == 0.0 || std::isnan(gA) || gB == 0.0 || std::isnan(gB)) return AFactorResult::BadGain;
+    sefdA = tsysA / gA;
+    sefdB = tsysB / gB;
+    if (sefdA > 1e15 || sefdB > 1e15) return AFactorResult::BadSefd;
+    m = sefdB * sefdA;
+    if (!(m >= 0.0)) {
+        factor = 0.0;
+        return AFactorResult::Ok;
+    }
+    factor = std::sqrt(m);
+    if (factor == 0.0) {
+        factor = 1.0;
+    } else if (!std::isfinite(factor)) {
+        return AFactorResult::BadMul;
+    }
+    return AFactorResult::Ok;
+}
+
+// Scales the nChan x nStokes elements of one band: values times factor[s], weights divided by
+// square[s], each in double and rounded to float; a factor of 0 flags instead.
+void scaleBand(AUVXComplex* c, int nChan, int nStokes, const double* factor, const double* square) {
+    bool flags = false;
+    for (int s = 0; s < nStokes; ++s) flags = flags || factor[s] == 0.0;
+    if (!flags) {
+        for (int iChan = 0; iChan < nChan; ++iChan)
+            for (int s = 0; s < nStokes; ++s, ++c) {
+                c->re = static_cast<float>(static_cast<double>(c->re) * factor[s]);
+                c->im = static_cast<float>(static_cast<double>(c->im) * factor[s]);
+                c->wt = static_cast<float>(static_cast<double>(c->wt) / square[s]);
+            }
+        return;
+    }
+    for (int iChan = 0; iChan < nChan; ++iChan)
+        for (int s = 0; s < nStokes; ++s, ++c) {
+            if (factor[s] == 0.0) {
+                c->wt = -std::fabs(c->wt);
+                continue;
+            }
+            c->re = static_cast<float>(static_cast<double>(c->re) * factor[s]);
+            c->im = static_cast<float>(static_cast<double>(c->im) * factor[s]);
+            c->wt = static_cast<float>(static_cast<double>(c->wt) / square[s]);
+        }
+}
+
 // The rest of a line from its first blank on, left-trimmed; empty if it has no blank.
 void dropWord(CString& rest) {
     const int blank = rest.Find(' ');
@@ -126,6 +199,8 @@ void AAntabData::copyFrom(const AAntabData& other) {
     m_header = other.m_header;
     m_fqTbl = other.m_fqTbl;
     m_errMsg = other.m_errMsg;
+    // Kept lookups belong to the telescopes they were made for.
+    m_lookups.clear();
 }
 
 bool AAntabData::fail(const CString& text) {
@@ -446,18 +521,33 @@ bool AAntabData::Calibrate(AUVXGroup& group, AUVXVisibility& vis) {
     const int idB = static_cast<std::int8_t>(group.ant2);
     AAntabTlsc* a = nullptr;
     AAntabTlsc* b = nullptr;
+    int indexA = -1, indexB = -1;
     for (int i = 0; i < m_tlscs.count && a == nullptr; ++i)
-        if (m_tlscs[i]->m_antID == idA) a = m_tlscs[i];
+        if (m_tlscs[i]->m_antID == idA) a = m_tlscs[indexA = i];
     if (a == nullptr) return fail(CString(kPrefix) + "not found antenna ID " + toStr(idA, "%d"));
     if (idB == idA) {
         b = a;
+        indexB = indexA;
     } else {
         for (int i = 0; i < m_tlscs.count && b == nullptr; ++i)
-            if (m_tlscs[i]->m_antID == idB) b = m_tlscs[i];
+            if (m_tlscs[i]->m_antID == idB) b = m_tlscs[indexB = i];
     }
     if (b == nullptr) return fail(CString(kPrefix) + "not found antenna ID " + toStr(idB, "%d"));
 
     const int row = m_fqTbl.GetFreqSelNum(group.freqId);
+
+    // Correlators write all baselines of a time stamp together: each telescope's gains and Tsys are
+    // kept from the first record of the time stamp that asks for them and serve the others. Any
+    // product they cannot give goes the way below, which stops and reports at the first failure. A
+    // telescope made to scan for its Tsys always goes that way, as the reference for the kept values.
+    if (!a->m_forceScan && !b->m_forceScan) {
+        if (m_lookups.size() != static_cast<std::size_t>(m_tlscs.count))
+            m_lookups.assign(static_cast<std::size_t>(m_tlscs.count), AStationLookup());
+        const AStationLookup* lookupA = stationLookup(indexA, t, *source, nIF, row);
+        const AStationLookup* lookupB =
+            lookupA == nullptr || b == a ? lookupA : stationLookup(indexB, t, *source, nIF, row);
+        if (lookupB != nullptr && calibrateFromLookups(*lookupA, *lookupB, vis, nIF, row)) return true;
+    }
 
     // The gain depends on the frequency only through the range test: once a telescope has given
     // its gain for this record, a band within its range gets the same values without the
@@ -516,26 +606,9 @@ bool AAntabData::Calibrate(AUVXGroup& group, AUVXVisibility& vis) {
 bool AAntabData::productFactor(AAntabTlsc* a, AAntabTlsc* b, const double* gainA, const double* gainB,
                                double t, int iIF, int iStokes, const AUVXGroup& group, double& factor) {
     const int code = iStokes < 8 ? m_header.stokes[iStokes] : 0;
-    const int polL = m_nPol - 1;
-    int polA, polB;
-    switch (code) {
-        case -1:
-            polA = polB = 0;
-            break;
-        case -2:
-            polA = polB = polL;
-            break;
-        case -3:
-            polA = 0;
-            polB = polL;
-            break;
-        case -4:
-            polA = polL;
-            polB = 0;
-            break;
-        default:
-            return fail(CString(kPrefix) + "not interpret stokes " + toStr(code, "%d"));
-    }
+    int polA = 0, polB = 0;
+    if (!polarisationsOf(code, m_nPol - 1, polA, polB))
+        return fail(CString(kPrefix) + "not interpret stokes " + toStr(code, "%d"));
     double tsysA = 0.0, tsysB = 0.0;
     if (!a->GetTsys(t, m_nIF * polA + iIF, tsysA)) return fail(a->m_errMsg);
     if (!b->GetTsys(t, m_nIF * polB + iIF, tsysB)) return fail(b->m_errMsg);
@@ -546,25 +619,129 @@ bool AAntabData::productFactor(AAntabTlsc* a, AAntabTlsc* b, const double* gainA
     // A polarisation index outside 0..1 (m_nPol above 2) has no DPFU member: no gain.
     const double gA = polA >= 0 && polA < 2 ? gainA[polA] : 0.0;
     const double gB = polB >= 0 && polB < 2 ? gainB[polB] : 0.0;
-    if (gA == 0.0 || std::isnan(gA) || gB == 0.0 || std::isnan(gB))
-        return fail(CString(" S == 0 => sefd invalid ") + baselineText(idA, idB) + ", " +
-                    timeToStr(groupTime, -1));
-    const double sefdA = tsysA / gA;
-    const double sefdB = tsysB / gB;
-    if (sefdA > 1e15 || sefdB > 1e15)
-        return fail(CString(" Invalid sefd. ") + baselineText(idA, idB) + ", " + toStr(tsysA, "%.5E") + " " +
-                    toStr(tsysB, "%.5E") + " " + timeToStr(groupTime, -1));
-    const double m = sefdB * sefdA;
-    if (!(m >= 0.0)) {
-        factor = 0.0;  // negative or not a number: the elements are flagged
-        return true;
+    double sefdA = 0.0, sefdB = 0.0, m = 0.0;
+    switch (factorFrom(tsysA, tsysB, gA, gB, sefdA, sefdB, m, factor)) {
+        case AFactorResult::Ok:
+            return true;
+        case AFactorResult::BadGain:
+            return fail(CString(" S == 0 => sefd invalid ") + baselineText(idA, idB) + ", " +
+                        timeToStr(groupTime, -1));
+        case AFactorResult::BadSefd:
+            return fail(CString(" Invalid sefd. ") + baselineText(idA, idB) + ", " + toStr(tsysA, "%.5E") +
+                        " " + toStr(tsysB, "%.5E") + " " + timeToStr(groupTime, -1));
+        case AFactorResult::BadMul:
+        default:
+            return fail(CString("Invalid value mul =") + toStr(m, "%.5E") + " " + toStr(sefdA, "%.5E") + " " +
+                        toStr(sefdB, "%.5E") + " " + baselineText(idA, idB));
     }
-    factor = std::sqrt(m);
-    if (factor == 0.0) {
-        factor = 1.0;
-    } else if (!std::isfinite(factor)) {
-        return fail(CString("Invalid value mul =") + toStr(m, "%.5E") + " " + toStr(sefdA, "%.5E") + " " +
-                    toStr(sefdB, "%.5E") + " " + baselineText(idA, idB));
+}
+
+const AAntabData::AStationLookup* AAntabData::stationLookup(int index, double t, AUVXSourceItem& source,
+                                                            int nIF, int row) {
+    AAntabTlsc* s = m_tlscs[index];
+    AStationLookup& k = m_lookups[static_cast<std::size_t>(index)];
+    bool same = k.tlsc == s && k.t == t && k.source == &source && k.ra == source.ra && k.dec == source.dec &&
+                k.nIF == nIF && k.fileNIF == m_nIF && k.nPol == m_nPol && k.tsysStamp == s->TsysStamp() &&
+                k.tsysData == s->m_tsys.data && k.tsysRows == s->m_tsys.rows &&
+                k.tsysCols == s->m_tsys.cols && k.ft == s->m_ft && k.dpfu[0] == s->m_dpfu[0] &&
+                k.dpfu[1] == s->m_dpfu[1] && k.freqLow == s->m_freqLow && k.freqHigh == s->m_freqHigh &&
+                k.x == s->m_x && k.y == s->m_y && k.z == s->m_z && k.polyType == s->m_polyType &&
+                k.poly.size() == static_cast<std::size_t>(s->m_poly.count);
+    for (std::size_t i = 0; same && i < k.poly.size(); ++i)
+        same = k.poly[i] == s->m_poly[static_cast<int>(i)];
+    if (same) return &k;
+
+    // Asked anew. A question that fails here leaves the telescope's message as it was: the record
+    // then goes the reporting way, which asks only what it needs.
+    k.tlsc = nullptr;
+    const CString message = s->m_errMsg;
+    if (!s->GetGain(t, m_fqTbl.GetStartIFFq(0, row), source, k.gain)) {
+        s->m_errMsg = message;
+        return nullptr;
+    }
+    const std::size_t n = static_cast<std::size_t>(nIF);
+    k.tsys.assign(2 * n, 0.0);
+    k.have.assign(2 * n, 0);
+    bool failed = false;
+    for (int slot = 0; slot < 2; ++slot) {
+        const int pol = slot == 0 ? 0 : m_nPol - 1;
+        for (int iIF = 0; iIF < nIF; ++iIF) {
+            const std::size_t at = slot * n + static_cast<std::size_t>(iIF);
+            if (slot == 1 && pol == 0) {
+                k.tsys[at] = k.tsys[iIF];
+                k.have[at] = k.have[iIF];
+                continue;
+            }
+            double value = 0.0;
+            if (s->GetTsys(t, m_nIF * pol + iIF, value)) {
+                k.tsys[at] = value;
+                k.have[at] = 1;
+            } else {
+                failed = true;
+            }
+        }
+    }
+    if (failed) s->m_errMsg = message;
+    k.t = t;
+    k.source = &source;
+    k.ra = source.ra;
+    k.dec = source.dec;
+    k.nIF = nIF;
+    k.fileNIF = m_nIF;
+    k.nPol = m_nPol;
+    k.tsysStamp = s->TsysStamp();
+    k.tsysData = s->m_tsys.data;
+    k.tsysRows = s->m_tsys.rows;
+    k.tsysCols = s->m_tsys.cols;
+    k.ft = s->m_ft;
+    k.dpfu[0] = s->m_dpfu[0];
+    k.dpfu[1] = s->m_dpfu[1];
+    k.freqLow = s->m_freqLow;
+    k.freqHigh = s->m_freqHigh;
+    k.x = s->m_x;
+    k.y = s->m_y;
+    k.z = s->m_z;
+    k.polyType = s->m_polyType;
+    k.poly.assign(s->m_poly.begin(), s->m_poly.end());
+    k.tlsc = s;
+    return &k;
+}
+
+bool AAntabData::calibrateFromLookups(const AStationLookup& a, const AStationLookup& b, AUVXVisibility& vis,
+                                      int nIF, int row) {
+    const int nStokes = vis.nStokes;
+    const std::size_t n = static_cast<std::size_t>(nIF);
+    const std::size_t products = n * static_cast<std::size_t>(nStokes);
+    if (products > 65536) return false;  // an odd shape: the reporting way copes with it
+    m_factorScratch.resize(2 * products);
+    double* factors = m_factorScratch.data();
+    double* squares = factors + products;
+    const int polL = m_nPol - 1;
+    for (int iIF = 0; iIF < nIF; ++iIF) {
+        // Every band must lie in both telescopes' frequency range, where the kept gain holds.
+        const double freq = m_fqTbl.GetStartIFFq(iIF, row);
+        if (freq > a.freqHigh || freq < a.freqLow || freq > b.freqHigh || freq < b.freqLow) return false;
+        for (int iStokes = 0; iStokes < nStokes; ++iStokes) {
+            const int code = iStokes < 8 ? m_header.stokes[iStokes] : 0;
+            int polA = 0, polB = 0;
+            if (!polarisationsOf(code, polL, polA, polB)) return false;
+            const std::size_t atA = (polA == 0 ? 0 : n) + static_cast<std::size_t>(iIF);
+            const std::size_t atB = (polB == 0 ? 0 : n) + static_cast<std::size_t>(iIF);
+            if (!a.have[atA] || !b.have[atB]) return false;
+            const double gA = polA >= 0 && polA < 2 ? a.gain[polA] : 0.0;
+            const double gB = polB >= 0 && polB < 2 ? b.gain[polB] : 0.0;
+            double sefdA = 0.0, sefdB = 0.0, m = 0.0, factor = 0.0;
+            if (factorFrom(a.tsys[atA], b.tsys[atB], gA, gB, sefdA, sefdB, m, factor) != AFactorResult::Ok)
+                return false;
+            const std::size_t at = static_cast<std::size_t>(iIF) * nStokes + iStokes;
+            factors[at] = factor;
+            squares[at] = factor * factor;
+        }
+    }
+    const std::size_t bandElements = static_cast<std::size_t>(vis.nChan) * nStokes;
+    for (int iIF = 0; iIF < nIF; ++iIF) {
+        const std::size_t at = static_cast<std::size_t>(iIF) * nStokes;
+        scaleBand(vis.data + iIF * bandElements, vis.nChan, nStokes, factors + at, squares + at);
     }
     return true;
 }

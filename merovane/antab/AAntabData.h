@@ -1,7 +1,9 @@
 // AAntabData: reads an ANTAB file, binds its telescopes to a UVX file and calibrates records.
 #pragma once
 
+#include <cstdint>
 #include <istream>
+#include <vector>
 
 #include <merovane/antab/AAntabTlsc.h>
 #include <merovane/foundation/AArray.h>
@@ -108,4 +110,36 @@ private:
     // false with m_errMsg at a refused product, a missing Tsys or an invalid SEFD.
     bool productFactor(AAntabTlsc* a, AAntabTlsc* b, const double* gainA, const double* gainB, double t,
                        int iIF, int iStokes, const AUVXGroup& group, double& factor);
+
+    // What one telescope gave for one time, source and number of bands: its gains and its Tsys at
+    // polarisation index 0 and m_nPol - 1 of each band, with everything the answers depend on.
+    // Records of one time stamp share these, so each telescope is asked once per time stamp.
+    struct AStationLookup {
+        const AAntabTlsc* tlsc = nullptr;  // null: nothing kept
+        double t = 0.0;
+        const AUVXSourceItem* source = nullptr;
+        double ra = 0.0, dec = 0.0;
+        int nIF = 0, fileNIF = 0, nPol = 0;
+        std::uint64_t tsysStamp = 0;
+        const double* tsysData = nullptr;
+        int tsysRows = 0, tsysCols = 0;
+        double ft = 0.0, dpfu[2] = {0.0, 0.0}, freqLow = 0.0, freqHigh = 0.0, x = 0.0, y = 0.0, z = 0.0;
+        int polyType = 0;
+        std::vector<double> poly;
+        double gain[2] = {0.0, 0.0};
+        std::vector<double> tsys;         // nIF values for polarisation index 0, then nIF for m_nPol - 1
+        std::vector<unsigned char> have;  // whether GetTsys gave each of them
+    };
+    // The kept lookup of telescope `index` of m_tlscs for this time, source and band count, asked
+    // anew when anything it depends on changed (the gain with the start frequency of band 0 of
+    // frequency row `row`); null when the telescope gives no gain there (the record then takes the
+    // way that reports why).
+    const AStationLookup* stationLookup(int index, double t, AUVXSourceItem& source, int nIF, int row);
+    // Calibrate from kept lookups: false, with nothing changed, when a product cannot be worked out
+    // from them; the record then goes the way that stops and reports at the first failure.
+    bool calibrateFromLookups(const AStationLookup& a, const AStationLookup& b, AUVXVisibility& vis, int nIF,
+                              int row);
+
+    std::vector<AStationLookup> m_lookups;  // per telescope of m_tlscs, by index
+    std::vector<double> m_factorScratch;    // factors and their squares of one record
 };

@@ -2,6 +2,7 @@
 #include <merovane/antab/AAntabTlsc.h>
 
 #include <algorithm>
+#include <atomic>
 #include <cmath>
 #include <cstdint>
 #include <cstdlib>
@@ -240,7 +241,14 @@ bool AAntabTlsc::scanTsys(double time, int position, double& tsys) {
     return true;
 }
 
+std::uint64_t AAntabTlsc::nextTsysStamp() {
+    // Shared by every telescope object of the process; objects on different threads may draw at once.
+    static std::atomic<std::uint64_t> last{0};
+    return ++last;
+}
+
 void AAntabTlsc::ResetTsysIndex() {
+    m_tsysStamp = nextTsysStamp();
     m_tsysIndex.clear();
     m_rowTimes.clear();
     m_rowsAscending = false;

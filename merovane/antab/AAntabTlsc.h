@@ -1,6 +1,8 @@
 // AColumnInfo, ATsysTable and AAntabTlsc: one telescope of an ANTAB file, its Tsys rows and gain model.
 #pragma once
 
+#include <cstdint>
+
 #include <cstddef>
 #include <vector>
 
@@ -108,6 +110,11 @@ public:
     // Drops the index of GetTsys; the next query builds it again.
     void ResetTsysIndex();
 
+    // A number that no other telescope object has had and that changes with every ResetTsysIndex:
+    // answers of GetTsys kept together with it stay good while it stays the same and the table keeps
+    // its rows (values changed in place need ResetTsysIndex, as for the index).
+    std::uint64_t TsysStamp() const { return m_tsysStamp; }
+
     CString m_name;            // station name, upper case
     int m_polyType = 0;        // 0 none, 1 "ELEV", 2 "ALTAZ", 3 "EQUAT"
     double m_ft = 1.0;         // factor on every Tsys value
@@ -140,6 +147,8 @@ private:
         std::vector<double> values;
     };
 
+    static std::uint64_t nextTsysStamp();
+
     bool scanTsys(double time, int position, double& tsys);
     const ColumnIndex& columnIndex(int position);
     std::size_t rowBound(double time);
@@ -155,4 +164,5 @@ private:
     const double* m_indexData = nullptr;
     int m_indexRows = 0;
     int m_indexCols = 0;
+    std::uint64_t m_tsysStamp = nextTsysStamp();
 };

@@ -1,6 +1,10 @@
 // Tests of Init, CheckValid and Calibrate: binding to the AN table, SEFD factors and their messages.
 #include <cmath>
+#include <cstdio>
 #include <cstring>
+#include <functional>
+#include <random>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -433,4 +437,106 @@ TEST(AntabCalibrate, CopiesOwnTheirTelescopes) {
     ASSERT_TRUE(copy.Calibrate(g, b));
     EXPECT_NEAR(b.data[0].re / a.data[0].re, 2.0, 1e-6);
     // Leaving the scope deletes every telescope once (the sanitizer build checks).
+}
+
+namespace {
+
+// Five stations with 4 bands of RR, LL, RL, LR and Tsys every ten minutes over three hours: AA with
+// an elevation gain curve, BB a flat gain, CC a frequency range without the top band, DD a negative
+// L gain (flags), EE a column never measured (Tsys not found).
+std::string StreamAntab(std::mt19937_64& rng) {
+    std::uniform_real_distribution<double> unit(0.0, 1.0);
+    const char* const gains[5] = {"AA ELEV DPFU=0.1,0.12 POLY=0.9,0.003,-3e-5", "BB ELEV DPFU=0.2,0.25",
+                                  "CC ELEV DPFU=0.15,0.15 FREQ=1400,1540 POLY=1.0,0.001",
+                                  "DD ELEV DPFU=0.1,-0.1", "EE ELEV DPFU=0.3,0.3 POLY=0.95"};
+    std::string text;
+    for (int s = 0; s < 5; ++s) {
+        text += std::string("GAIN ") + gains[s] + " /\n";
+        text += std::string("TSYS ") + std::string(gains[s], 2) +
+                " INDEX='R1','R2','R3','R4','L1','L2','L3','L4' /\n";
+        for (int row = 0; row <= 18; ++row) {
+            char line[48];
+            std::snprintf(line, sizeof line, "1 %02d:%02d", row / 6, row % 6 * 10);
+            text += line;
+            for (int c = 0; c < 8; ++c) {
+                const double u = unit(rng);
+                const bool missing = u < 0.1 || (s == 4 && c == 7);
+                text += missing ? " 0" : " " + std::to_string(30 + 50 * unit(rng));
+            }
+            text += "\n";
+        }
+        text += "/\n";
+    }
+    return text;
+}
+
+}  // namespace
+
+// Records as correlators write them (every baseline and autocorrelation of a time stamp, in time
+// order) take the kept per-station lookups; telescopes made to scan take the reporting way without
+// them. Both must give the same records, results and messages, failures included, also when a
+// telescope changes between two records of one time stamp.
+TEST(AntabCalibrate, KeptLookupsGiveWhatTheScanGives) {
+    std::mt19937_64 rng(515);
+    Bound fast("AA BB CC DD EE", {-1, -2, -3, -4}, 4);
+    ASSERT_TRUE(fast.Load(StreamAntab(rng))) << fast.Msg();
+    AAntabData scan(fast.data);
+    for (int i = 0; i < scan.m_tlscs.count; ++i) scan.m_tlscs[i]->m_forceScan = true;
+
+    std::uniform_real_distribution<double> unit(-1.0, 1.0);
+    int records = 0, succeeded = 0, failed = 0;
+    std::set<std::string> messages;
+    auto compare = [&](AUVXGroup g, int nStokes) {
+        AUVXVisibility a(4, 3, nStokes), b(4, 3, nStokes);
+        for (int i = 0; i < a.count; ++i) {
+            a.data[i] = AUVXComplex{static_cast<float>(unit(rng)), static_cast<float>(unit(rng)),
+                                    static_cast<float>(1.5 + unit(rng))};
+            b.data[i] = a.data[i];
+        }
+        const bool okA = fast.data.Calibrate(g, a);
+        const bool okB = scan.Calibrate(g, b);
+        ++records;
+        ASSERT_EQ(okA, okB) << "record " << records;
+        ASSERT_EQ(std::memcmp(a.data, b.data, sizeof(AUVXComplex) * a.count), 0) << "record " << records;
+        if (!okA) {
+            ASSERT_STREQ(fast.data.GetErrMsg().GetString(), scan.GetErrMsg().GetString());
+            messages.insert(scan.GetErrMsg().GetString());
+            ++failed;
+        } else {
+            ++succeeded;
+        }
+        for (int i = 0; i < scan.m_tlscs.count; ++i)
+            ASSERT_STREQ(fast.data.m_tlscs[i]->m_errMsg.GetString(), scan.m_tlscs[i]->m_errMsg.GetString());
+    };
+    auto timeStamp = [&](double time, int nStokes) {
+        for (int a = 1; a <= 5; ++a)
+            for (int b = a; b <= 5; ++b) compare(Group(a, b, time), nStokes);
+    };
+    // Every 37 s, now and then exactly on a Tsys row, and a time stamp that comes again later.
+    for (int k = 0; k < 60; ++k) timeStamp(k % 10 == 9 ? 600.0 * (k / 10 + 1) : 30.0 + 37.0 * k, 4);
+    timeStamp(30.0, 4);
+    // A fifth product has no Stokes code: every record fails after its first four products.
+    timeStamp(2000.0, 5);
+
+    // Telescopes changed between two records of one time stamp: the next record sees the change.
+    auto both = [&](const std::function<void(AAntabTlsc&)>& change) {
+        change(*fast.data.m_tlscs[0]);
+        change(*scan.m_tlscs[0]);
+        compare(Group(1, 2, 4000.0), 4);
+        compare(Group(1, 1, 4000.0), 4);
+    };
+    timeStamp(4000.0, 4);
+    both([](AAntabTlsc& t) { t.m_ft = 1.7; });
+    both([](AAntabTlsc& t) { t.m_dpfu[1] = 0.3; });
+    both([](AAntabTlsc& t) { t.m_poly[1] = 0.004; });
+    both([](AAntabTlsc& t) {
+        for (int r = 0; r < t.m_tsys.rows; ++r) t.m_tsys.Row(r)[3] *= 2.0;
+        t.ResetTsysIndex();
+    });
+    both([](AAntabTlsc& t) { t.m_freqHigh = 1.52e9; });
+
+    EXPECT_GT(succeeded, 300);
+    EXPECT_GT(failed, 300);
+    // The failures cover the frequency range, a missing Tsys and an unknown product.
+    EXPECT_GE(messages.size(), 3u);
 }
