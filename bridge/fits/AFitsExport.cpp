@@ -82,7 +82,7 @@ bool AFitsExport::Export(const char* in, const char* out) {
         return false;
     }
     const AUVXHeader h = uvx.GetHeader();
-    const int nIF = std::max(1, h.nIF);
+    const int nIF = std::max(1, static_cast<int>(h.nIF));
     const int nStokes = h.nStokes;
     const int nChan = h.nChan;
     for (int s = 0; s < nStokes; ++s) {

@@ -38,7 +38,9 @@ TEST(FitsConventions, DateTexts) {
     for (const Case& c : cases) {
         double jd = -1;
         EXPECT_EQ(AFitsParseDate(c.text, jd), c.ok) << c.text;
-        if (c.ok) EXPECT_EQ(jd, c.jd0) << c.text;
+        if (c.ok) {
+            EXPECT_EQ(jd, c.jd0) << c.text;
+        }
     }
     EXPECT_EQ(AFitsDateText(2455554.5), "2010-12-24");
     EXPECT_EQ(AFitsDateText(2455555.4999), "2010-12-24");

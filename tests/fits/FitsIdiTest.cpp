@@ -106,10 +106,10 @@ TEST(FitsIdi, TwoUvDataTablesFlagsAndAntennaInformation) {
     ASSERT_EQ(a.nGroups, b.nGroups);
     ASSERT_GT(a.nGroups, 1000);
     EXPECT_EQ(import.m_records, a.nGroups);
-    EXPECT_EQ(b.GetHeader().refJD, refJD);
-    EXPECT_EQ(b.GetHeader().nIF, 2);
-    EXPECT_EQ(b.GetHeader().nChan, 8);
-    EXPECT_EQ(b.GetHeader().refFreq, a.GetHeader().refFreq);
+    EXPECT_EQ(+b.GetHeader().refJD, refJD);
+    EXPECT_EQ(+b.GetHeader().nIF, 2);
+    EXPECT_EQ(+b.GetHeader().nChan, 8);
+    EXPECT_EQ(+b.GetHeader().refFreq, +a.GetHeader().refFreq);
     AUVXRecordReader ra, rb;
     ASSERT_TRUE(ra.Open(a));
     ASSERT_TRUE(rb.Open(b));
@@ -119,12 +119,12 @@ TEST(FitsIdi, TwoUvDataTablesFlagsAndAntennaInformation) {
     int flaggedByRows[2] = {0, 0};
     while (ra.Next(ga, ea.data())) {
         ASSERT_TRUE(rb.Next(gb, eb.data()));
-        ASSERT_NEAR(ga.time, gb.time, 1e-6);
-        ASSERT_EQ(ga.ant1, gb.ant1);
-        ASSERT_EQ(ga.ant2, gb.ant2);
-        ASSERT_EQ(ga.sourceId, gb.sourceId);
-        ASSERT_EQ(ga.u, gb.u);
-        ASSERT_EQ(ga.w, gb.w);
+        ASSERT_NEAR(+ga.time, +gb.time, 1e-6);
+        ASSERT_EQ(+ga.ant1, +gb.ant1);
+        ASSERT_EQ(+ga.ant2, +gb.ant2);
+        ASSERT_EQ(+ga.sourceId, +gb.sourceId);
+        ASSERT_EQ(+ga.u, +gb.u);
+        ASSERT_EQ(+ga.w, +gb.w);
         const double days = ga.time / 86400.0;
         for (int i = 0; i < 2; ++i)
             for (int c = 0; c < nChan; ++c)

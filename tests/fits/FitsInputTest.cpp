@@ -84,16 +84,16 @@ TEST(FitsInput, OtherAxisOrderAntennaParametersScalingAndNaN) {
     AUVXFile uvx;
     ASSERT_TRUE(uvx.Open(out.c_str()));
     const AUVXHeader& h = uvx.GetHeader();
-    EXPECT_EQ(h.refJD, kJD0);
-    EXPECT_EQ(h.nStokes, 2);
+    EXPECT_EQ(+h.refJD, kJD0);
+    EXPECT_EQ(+h.nStokes, 2);
     EXPECT_EQ(h.stokes[0], -1);
     EXPECT_EQ(h.stokes[1], -2);
-    EXPECT_EQ(h.nChan, 3);
-    EXPECT_EQ(h.refChan, 2);
-    EXPECT_EQ(h.refFreq, 8.4e9);
-    EXPECT_EQ(h.intTime, 2.0f);
-    EXPECT_EQ(h.objRA, 30.0);
-    EXPECT_EQ(h.objDec, -40.0);
+    EXPECT_EQ(+h.nChan, 3);
+    EXPECT_EQ(+h.refChan, 2);
+    EXPECT_EQ(+h.refFreq, 8.4e9);
+    EXPECT_EQ(+h.intTime, 2.0f);
+    EXPECT_EQ(+h.objRA, 30.0);
+    EXPECT_EQ(+h.objDec, -40.0);
     AUVXRecordReader reader;
     ASSERT_TRUE(reader.Open(uvx));
     std::vector<AUVXComplex> e(reader.ElementCount());
@@ -101,12 +101,12 @@ TEST(FitsInput, OtherAxisOrderAntennaParametersScalingAndNaN) {
     AUVXGroup g;
     long n = 0;
     while (reader.Next(g, e.data())) {
-        EXPECT_EQ(g.u, static_cast<float>((1000.0 + n) * 1e-9));
-        EXPECT_EQ(g.v, static_cast<float>(-2000.0 * 1e-9));
-        EXPECT_EQ(g.ant1, 1);
-        EXPECT_EQ(g.ant2, 3 - (n % 2));
-        EXPECT_EQ(g.sourceId, n % 2 ? 7 : 3);
-        EXPECT_NEAR(g.time, (0.25 + static_cast<float>(1e-5 * n)) * 86400.0, 1e-6);
+        EXPECT_EQ(+g.u, static_cast<float>((1000.0 + n) * 1e-9));
+        EXPECT_EQ(+g.v, static_cast<float>(-2000.0 * 1e-9));
+        EXPECT_EQ(+g.ant1, 1);
+        EXPECT_EQ(+g.ant2, 3 - (n % 2));
+        EXPECT_EQ(+g.sourceId, n % 2 ? 7 : 3);
+        EXPECT_NEAR(+g.time, (0.25 + static_cast<float>(1e-5 * n)) * 86400.0, 1e-6);
         for (int i = 0; i < 2; ++i)
             for (int f = 0; f < 3; ++f)
                 for (int st = 0; st < 2; ++st) {
@@ -140,7 +140,7 @@ TEST(FitsInput, ScaledIntegersAndFlaggedWeights) {
     s.params = {{"UU---SIN", 1e-6}, {"VV---SIN", 1e-6},   {"WW---SIN", 1e-6},
                 {"BASELINE"},       {"DATE", 1e-4, kJD0}, {"DATE", 1e-8}};
     s.fill = [](long g, std::vector<double>& p, std::vector<double>& d) {
-        p = {100, -200, 300, 259, 2500 + g, 7};
+        p = {100, -200, 300, 259, static_cast<double>(2500 + g), 7};
         for (std::size_t k = 0; k < d.size(); ++k)
             d[k] = k % 3 == 2 ? (k == 2 ? -2.0 : (k == 5 ? -3.0 : 4.0)) : k * 2.0;
     };
@@ -156,9 +156,9 @@ TEST(FitsInput, ScaledIntegersAndFlaggedWeights) {
     std::vector<AUVXComplex> e(reader.ElementCount());
     AUVXGroup g;
     ASSERT_TRUE(reader.Next(g, e.data()));
-    EXPECT_EQ(g.u, static_cast<float>(100 * 1e-6));
-    EXPECT_EQ(g.w, static_cast<float>(300 * 1e-6));
-    EXPECT_NEAR(g.time, (2500 * 1e-4 + 7e-8) * 86400.0, 1e-6);
+    EXPECT_EQ(+g.u, static_cast<float>(100 * 1e-6));
+    EXPECT_EQ(+g.w, static_cast<float>(300 * 1e-6));
+    EXPECT_NEAR(+g.time, (2500 * 1e-4 + 7e-8) * 86400.0, 1e-6);
     EXPECT_EQ(e[0].re, 1.0f);  // 0 x 0.5 + 1
     EXPECT_EQ(e[0].im, 2.0f);  // 2 x 0.5 + 1
     EXPECT_EQ(e[0].wt, 0.0f);  // -2 x 0.5 + 1: 0, flagged
@@ -328,7 +328,9 @@ TEST(FitsInput, ExportRefusesWhatIsNotUvxAndLeavesNothing) {
         EXPECT_EQ(std::system(cmd.c_str()) / 256, 1);
         const std::string text = ReadText(errFile);
         EXPECT_EQ(text.rfind("uvx-export: ", 0), 0u) << text;
-        if (c.toolMessage != nullptr) EXPECT_NE(text.find(c.toolMessage), std::string::npos) << text;
+        if (c.toolMessage != nullptr) {
+            EXPECT_NE(text.find(c.toolMessage), std::string::npos) << text;
+        }
         EXPECT_FALSE(FitsFileExists(target));
         EXPECT_FALSE(FitsFileExists(target + ".part"));
     }

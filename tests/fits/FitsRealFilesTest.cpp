@@ -130,11 +130,11 @@ TEST_P(FitsRealFile, ImportsWithItsShapeValuesAndStations) {
     ASSERT_TRUE(uvx.Open(out.c_str())) << uvx.m_errMsg.GetString();
     const AUVXHeader& h = uvx.GetHeader();
     EXPECT_EQ(uvx.nGroups, f.groups);
-    EXPECT_EQ(h.nIF, f.nIF);
-    EXPECT_EQ(h.nChan, f.nChan);
-    ASSERT_EQ(h.nStokes, f.nStokes);
+    EXPECT_EQ(+h.nIF, f.nIF);
+    EXPECT_EQ(+h.nChan, f.nChan);
+    ASSERT_EQ(+h.nStokes, f.nStokes);
     for (int s = 0; s < f.nStokes; ++s) EXPECT_EQ(h.stokes[s], f.stokes[s]);
-    EXPECT_EQ(h.refJD, f.refJD);
+    EXPECT_EQ(+h.refJD, f.refJD);
     EXPECT_EQ(AUVXHeader::Text(h.object, sizeof h.object), f.object);
 
     AUVXRecordReader reader;
@@ -145,25 +145,25 @@ TEST_P(FitsRealFile, ImportsWithItsShapeValuesAndStations) {
     while (reader.Next(g, e.data())) {
         if (n == 0) {
             // A time from two float DATE parameters is good to their precision, a few milliseconds.
-            EXPECT_NEAR(g.time, (f.jdFirst - f.refJD) * 86400.0, 5e-3);
-            EXPECT_EQ(g.ant1, f.a1First);
-            EXPECT_EQ(g.ant2, f.a2First);
-            EXPECT_NEAR(g.u, f.uFirst, 1e-7 * std::fabs(f.uFirst));
+            EXPECT_NEAR(+g.time, (f.jdFirst - f.refJD) * 86400.0, 5e-3);
+            EXPECT_EQ(+g.ant1, f.a1First);
+            EXPECT_EQ(+g.ant2, f.a2First);
+            EXPECT_NEAR(+g.u, f.uFirst, 1e-7 * std::fabs(f.uFirst));
             EXPECT_EQ(e[0].re, f.firstElem[0]);
             EXPECT_EQ(e[0].im, f.firstElem[1]);
             EXPECT_EQ(e[0].wt, f.firstElem[2]);
         }
         if (n == f.groups - 1) {
-            EXPECT_NEAR(g.time, (f.jdLast - f.refJD) * 86400.0, 5e-3);
-            EXPECT_EQ(g.ant1, f.a1Last);
-            EXPECT_EQ(g.ant2, f.a2Last);
-            EXPECT_NEAR(g.u, f.uLast, 1e-7 * std::fabs(f.uLast));
+            EXPECT_NEAR(+g.time, (f.jdLast - f.refJD) * 86400.0, 5e-3);
+            EXPECT_EQ(+g.ant1, f.a1Last);
+            EXPECT_EQ(+g.ant2, f.a2Last);
+            EXPECT_NEAR(+g.u, f.uLast, 1e-7 * std::fabs(f.uLast));
             EXPECT_EQ(e.back().re, f.lastElemOfLast[0]);
             EXPECT_EQ(e.back().im, f.lastElemOfLast[1]);
             EXPECT_EQ(e.back().wt, f.lastElemOfLast[2]);
         }
         for (const AUVXComplex& c : e) flagged += c.wt <= 0;
-        EXPECT_EQ(g.sourceId, 1);
+        EXPECT_EQ(+g.sourceId, 1);
         ++n;
     }
     EXPECT_FALSE(reader.Failed());
@@ -175,7 +175,7 @@ TEST_P(FitsRealFile, ImportsWithItsShapeValuesAndStations) {
     ASSERT_TRUE(su);
     ASSERT_EQ(su->nRows, 1);
     EXPECT_EQ(su->GetText(0, kSUSource), f.object);
-    EXPECT_NEAR(su->GetDouble(0, kSURaEpo), h.objRA, 1e-12);
+    EXPECT_NEAR(su->GetDouble(0, kSURaEpo), +h.objRA, 1e-12);
     std::unique_ptr<AUVXTable> sl(uvx.GetTable(kLayoutSL.name));
     EXPECT_EQ(sl ? sl->nRows : 0, f.scans);
 

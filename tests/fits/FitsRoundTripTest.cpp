@@ -35,15 +35,15 @@ void ExpectSameRecords(const std::string& a, const std::string& b, double timeTo
     while (ra.Next(ga, ea.data())) {
         ASSERT_TRUE(rb.Next(gb, eb.data())) << "record " << n;
         worst = std::max(worst, std::fabs(ga.time - gb.time));
-        ASSERT_EQ(ga.ant1, gb.ant1) << n;
-        ASSERT_EQ(ga.ant2, gb.ant2) << n;
-        ASSERT_EQ(ga.sourceId, gb.sourceId) << n;
-        ASSERT_EQ(ga.freqId, gb.freqId) << n;
-        ASSERT_EQ(ga.flags, gb.flags) << n;
+        ASSERT_EQ(+ga.ant1, +gb.ant1) << n;
+        ASSERT_EQ(+ga.ant2, +gb.ant2) << n;
+        ASSERT_EQ(+ga.sourceId, +gb.sourceId) << n;
+        ASSERT_EQ(+ga.freqId, +gb.freqId) << n;
+        ASSERT_EQ(+ga.flags, +gb.flags) << n;
         // u v w travel as the same floats.
-        ASSERT_EQ(ga.u, gb.u) << n;
-        ASSERT_EQ(ga.v, gb.v) << n;
-        ASSERT_EQ(ga.w, gb.w) << n;
+        ASSERT_EQ(+ga.u, +gb.u) << n;
+        ASSERT_EQ(+ga.v, +gb.v) << n;
+        ASSERT_EQ(+ga.w, +gb.w) << n;
         ASSERT_EQ(0, std::memcmp(ea.data(), eb.data(), ea.size() * sizeof(AUVXComplex))) << "record " << n;
         for (const AUVXComplex& e : ea) flagged += e.wt <= 0;
         ++n;
@@ -128,7 +128,7 @@ TEST(FitsRoundTrip, SimulatedObservationComesBackUnchanged) {
     // The header except its origin, field by field (the statistics follow from the same records).
     EXPECT_EQ(0, std::memcmp(&ha, &hb, offsetof(AUVXHeader, origin)));
     EXPECT_EQ(0, std::memcmp(ha.reserved, hb.reserved, sizeof ha.reserved));
-    EXPECT_GT(ha.nIF, 1);
+    EXPECT_GT(+ha.nIF, 1);
     a.Close();
     b.Close();
 

@@ -81,7 +81,7 @@ bool WriteUVFits(const std::string& path, const AUVFitsSpec& spec, std::string& 
     fits_write_grphdr(w.f, TRUE, spec.bitpix, static_cast<int>(naxes.size()), naxes.data(),
                       static_cast<long>(spec.params.size()), spec.gcount, TRUE, &w.status);
     for (std::size_t j = 0; j < spec.axes.size(); ++j) {
-        char k[16];
+        char k[32];
         std::snprintf(k, sizeof k, "CTYPE%zu", j + 2);
         w.key(k, spec.axes[j].type);
         std::snprintf(k, sizeof k, "CRVAL%zu", j + 2);
@@ -92,7 +92,7 @@ bool WriteUVFits(const std::string& path, const AUVFitsSpec& spec, std::string& 
         w.key(k, spec.axes[j].crpix);
     }
     for (std::size_t p = 0; p < spec.params.size(); ++p) {
-        char k[16];
+        char k[32];
         std::snprintf(k, sizeof k, "PTYPE%zu", p + 1);
         w.key(k, spec.params[p].name);
         std::snprintf(k, sizeof k, "PSCAL%zu", p + 1);
@@ -176,7 +176,7 @@ bool WriteIdiFromUvx(const std::string& uvxPath, const ASimTruth* truth, const s
         return false;
     }
     const AUVXHeader h = uvx.GetHeader();
-    const int nIF = std::max(1, h.nIF), nChan = h.nChan, nStokes = h.nStokes;
+    const int nIF = std::max(1, static_cast<int>(h.nIF)), nChan = h.nChan, nStokes = h.nStokes;
     std::unique_ptr<AUVXTable> an(uvx.GetTable("AN")), su(uvx.GetTable("SU")), fq(uvx.GetTable("FQ")),
         ai(uvx.GetTable("AI"));
     if (!an || !su || !fq || !ai) {
@@ -330,7 +330,7 @@ bool WriteIdiFromUvx(const std::string& uvxPath, const ASimTruth* truth, const s
     std::vector<AUVXComplex> e(nElem);
     AUVXGroup g;
     for (int part = 0; part < 2; ++part) {
-        const long first = part == 0 ? 0 : split, count = part == 0 ? split : total - split;
+        const long count = part == 0 ? split : total - split;
         std::vector<std::vector<std::string>> cols = {{"UU---SIN", "1E", "SECONDS"},
                                                       {"VV---SIN", "1E", "SECONDS"},
                                                       {"WW---SIN", "1E", "SECONDS"},
@@ -357,7 +357,7 @@ bool WriteIdiFromUvx(const std::string& uvxPath, const ASimTruth* truth, const s
             1, nStokes > 1 ? static_cast<double>(h.stokes[1] - h.stokes[0]) : -1.0, h.chanWidth, 1, 1, 1};
         const double crpix[6] = {1, 1, static_cast<double>(h.refChan), 1, 1, 1};
         for (int j = 0; j < 6; ++j) {
-            char k[16];
+            char k[32];
             std::snprintf(k, sizeof k, "MAXIS%d", j + 1);
             w.keyInt(k, lens[j]);
             std::snprintf(k, sizeof k, "CTYPE%d", j + 1);
