@@ -234,6 +234,20 @@ inline bool nearerBefore(double time, double startBefore, double endBefore, doub
     return std::fabs(time - midAfter) > std::fabs(time - midBefore);
 }
 
+// The first index whose end lies above `time` among `n` ascending ends, n when there is none, as
+// std::upper_bound gives it; the halving has no branch on the data, so random times cost no
+// mispredictions. A NaN time is above no end, as in the walk.
+std::size_t upperBound(const double* ends, std::size_t n, double time) {
+    const double* base = ends;
+    std::size_t len = n;
+    while (len > 1) {
+        const std::size_t half = len / 2;
+        base = !(time < base[half - 1]) ? base + half : base;
+        len -= half;
+    }
+    return static_cast<std::size_t>(base - ends) + ((len == 1 && !(time < *base)) ? 1 : 0);
+}
+
 // The end of the walk's search: one side standing in for a missing other, then the gap rule.
 int chooseInterval(APtrArray<ABPassCoefItem*>& stored, double time, int& before, int& after) {
     if (before < 0 && after < 0) return -1;
@@ -265,7 +279,8 @@ int ABPass_Base::SearchIndexWalk(const double& time, int tlsc, int& before, int&
 int ABPass_Base::SearchIndex(const double& time, int tlsc, int& before, int& after) {
     before = after = -1;
     if (!m_search) m_search.reset(new ASearchCache());
-    m_search->follow(stored);
+    if (m_search->indexed != stored.count || (stored.count > 0 && m_search->firstItem != stored[0]))
+        m_search->follow(stored);
     const ASearchCache::ATlsc* entry = m_search->find(tlsc);
     if (entry == nullptr) return -1;
     const std::vector<int>& positions = entry->positions;
@@ -277,7 +292,7 @@ int ABPass_Base::SearchIndex(const double& time, int tlsc, int& before, int& aft
     if (entry->endsAscend) {
         // upper_bound finds the first end with time < end; a NaN time compares false everywhere and,
         // as in the walk, finds none.
-        j = static_cast<std::size_t>(std::upper_bound(ends.begin(), ends.end(), time) - ends.begin());
+        j = upperBound(ends.data(), n, time);
     } else {
         while (j < n && !(ends[j] > time)) ++j;
     }

@@ -91,7 +91,7 @@ TEST_F(AmplPass, TheMeanSkipsFlaggedChannelsButEveryChannelIsDivided) {
     for (const Case& c : cases) {
         SCOPED_TRACE(c.what);
         SetUp();
-        rec = AInterval();
+        rec.Clear();
         AUVXVisibility& v = Auto(1, 0, c.re);
         for (int k = 0; k < 4; ++k) v.At(0, k, 0).wt = c.wt[k];
         ASSERT_TRUE(pass.Calculate_A_AC(rec.vis, rec.groups, 0, 0));

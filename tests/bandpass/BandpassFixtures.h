@@ -60,6 +60,12 @@ struct AInterval {
     APtrArray<AUVXVisibility*> vis;
     AArray<AUVXGroup> groups;
 
+    // Deletes the records and empties the lists (an assignment would leave the list not owning).
+    void Clear() {
+        vis.Free();
+        groups.Free();
+    }
+
     // A record whose every element is (re, im, wt); returns it for further changes.
     AUVXVisibility& Add(const AUVXGroup& g, int nIF, int nChan, int nStokes, float re = 1.0f, float im = 0.0f,
                         float wt = 1.0f) {

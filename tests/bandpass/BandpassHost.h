@@ -52,7 +52,7 @@ protected:
         m_acorr->ReleaseList(m_acorr->coefs);
         m_acorr->ReleaseList(m_acorr->counts);
         m_acorr->coefs.owner = 1;
-        const int nIF = std::max(1, m_acorr->header->nIF);
+        const int nIF = std::max(1, static_cast<int>(m_acorr->header->nIF));  // a packed field: copy it out
         for (int id : map) {
             auto* coef = new ABPassCoefItem();
             auto* count = new ABPassCountItem();
