@@ -265,7 +265,8 @@ bool ParseTime(const std::string& token, double& seconds, int& fields, int& minu
     if (parts.size() < 2 || parts.size() > 3) return false;
     double v[3] = {0, 0, 0};
     for (std::size_t i = 0; i < parts.size(); ++i)
-        if (!IsNumber(parts[i], &v[i]) || v[i] < 0 || parts[i].find_first_of("eE") != std::string::npos)
+        if (!IsNumber(parts[i], &v[i]) || !(v[i] >= 0) || !std::isfinite(v[i]) ||
+            parts[i].find_first_not_of("0123456789.") != std::string::npos)
             return false;
     fields = static_cast<int>(parts.size());
     const std::size_t dot = parts[1].find('.');
@@ -335,6 +336,10 @@ private:
     bool readRow(const Segment& s, const TsysInfo& t, int index, Row& row, bool dropExtra, bool record = true);
     void rowFinding(const Segment& s, const std::string& code, int line);
     void flushRowFindings();
+    void sortFindings() {
+        std::stable_sort(m_out.findings.begin(), m_out.findings.end(),
+                         [](const AAntabFinding& x, const AAntabFinding& y) { return x.line < y.line; });
+    }
     void finding(int line, const std::string& station, const std::string& kind, const std::string& code,
                  const std::string& text, const std::string& todo);
     GainValues meantGain(const GainInfo& g) const;
@@ -495,7 +500,7 @@ void Checker::readGain(Segment& s) {
         }
     } else {
         g.obs.push_back({s.first, "gain-no-name", "error", "the GAIN line names no station",
-                         "write the station name behind GAIN", "NAME"});
+                         "write the station name behind GAIN", ""});
     }
     g.polyType = g.kindWord == "ELEV" ? 1 : g.kindWord == "ALTAZ" ? 2 : g.kindWord == "EQUAT" ? 3 : 0;
     int lastOrder = ParserOrder("GAIN");
@@ -613,7 +618,8 @@ void Checker::readTsys(Segment& s) {
             if (p < tk.size() && IsNumber(tk[p].text)) {
                 if (key == "TIMEOFF") {
                     t.timeoffText = tk[p].text;
-                    IsNumber(tk[p].text, &t.timeoff);
+                    // A shift beyond a year is no shift the rows can take.
+                    if (!IsNumber(tk[p].text, &t.timeoff) || !(std::fabs(t.timeoff) < 3.2e7)) t.timeoff = 0.0;
                 } else if (key == "FT") {
                     t.ftText = tk[p].text;
                 }
@@ -1079,7 +1085,9 @@ bool Checker::readRow(const Segment& s, const TsysInfo& t, int index, Row& row, 
     double seconds = 0;
     int fields = 0, decimals = 0;
     bool overflow = false;
-    if (!IsNumber(dayText, &dayValue) || !ParseTime(timeText, seconds, fields, decimals, overflow)) {
+    // A day or time far outside any observation is no time at all (and would not fit an int).
+    if (!IsNumber(dayText, &dayValue) || !ParseTime(timeText, seconds, fields, decimals, overflow) ||
+        !(std::fabs(dayValue) < 1e6) || !(seconds < 1e9)) {
         rowFinding(s, "row-bad-time", row.line);
         row.text = raw;
         return false;
@@ -1103,15 +1111,9 @@ bool Checker::readRow(const Segment& s, const TsysInfo& t, int index, Row& row, 
         because("TIMEOFF " + t.timeoffText + " s added");
         rewriteTime = true;
     }
-    int day = row.day;
-    while (seconds < 0) {
-        seconds += 86400.0;
-        --day;
-    }
-    while (seconds >= 86400.0) {
-        seconds -= 86400.0;
-        ++day;
-    }
+    const double wholeDays = std::floor(seconds / 86400.0);
+    const int day = row.day + static_cast<int>(wholeDays);
+    seconds -= wholeDays * 86400.0;
     row.day = day;
     row.seconds = seconds;
     row.timeOk = true;
@@ -1205,7 +1207,36 @@ void Checker::emitTsys(Station& st, int anchor) {
         }
         return;
     }
-    // Merged: the notes first, the rows in time order, one closing "/".
+    // Merged. Rows that ascend in the order of the blocks keep every line where it was.
+    bool ascending = true;
+    for (std::size_t j = 1; j < rows.size() && ascending; ++j)
+        ascending = !rows[j].timeOk || !rows[j - 1].timeOk || rows[j].sortTime >= rows[j - 1].sortTime;
+    if (ascending) {
+        std::size_t r = 0;
+        for (int b : blocks) {
+            const Segment& s = m_segs[b];
+            if (b != anchor && s.bodyFirst <= s.bodyLast && b != blocks[0]) {
+                AAntabChange c;
+                c.line = lineNo(s.bodyFirst);
+                c.before = c.after = m_raw[s.bodyFirst];
+                c.why = "lines " + Int(lineNo(s.bodyFirst)) + "-" + Int(lineNo(s.bodyLast)) +
+                        " moved behind the TSYS block of line " + Int(lineNo(a.first)) + ": one block per station";
+                m_out.changes.push_back(c);
+            }
+            for (int k = s.bodyFirst; k <= s.bodyLast; ++k) {
+                if (r < rows.size() && rows[r].line == k) {
+                    emitLine(k, rows[r].text,
+                             "row: " + (rows[r].why.empty() ? std::string() : rows[r].why + "; ") +
+                                 "merged with the other TSYS blocks of " + a.station);
+                    ++r;
+                } else {
+                    emitLine(k, m_raw[k], "");
+                }
+            }
+        }
+        return;
+    }
+    // Otherwise the notes first, the rows in time order, one closing "/".
     std::stable_sort(rows.begin(), rows.end(), [](const Row& x, const Row& y) {
         const double tx = x.timeOk ? x.sortTime : 0.0, ty = y.timeOk ? y.sortTime : 0.0;
         return tx < ty;
@@ -1339,13 +1370,11 @@ void Checker::Run(const std::string& text) {
             finding(0, "", "error", "parser-refuses", "the parser stops with: " + exact.m_errMsg.str(),
                     "the findings above say why; -o writes a text that it loads");
     }
-    std::stable_sort(m_out.findings.begin(), m_out.findings.end(),
-                     [](const AAntabFinding& x, const AAntabFinding& y) { return x.line < y.line; });
-
     if (m_stop) {
         m_out.stopped = true;
         m_out.normalised.clear();
         m_out.changed = false;
+        sortFindings();
         return;
     }
     std::string out;
@@ -1364,6 +1393,7 @@ void Checker::Run(const std::string& text) {
         m_out.stopped = true;
         m_out.normalised.clear();
     }
+    sortFindings();
 }
 
 bool Checker::CheckUvx(AUVXFile& uvx, CString& errMsg) {

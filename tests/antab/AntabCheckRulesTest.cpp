@@ -1,6 +1,7 @@
 // The ANTAB checker rule by rule: a minimal text, what it reports, the rewritten text, and what the
 // exact parser then loads from it.
 #include <functional>
+#include <sstream>
 #include <string>
 #include <vector>
 
@@ -247,6 +248,20 @@ std::vector<RuleCase> Cases() {
              ASSERT_EQ(d.m_tlscs.count, 2);
              EXPECT_EQ(Tsys(d, "AA", o.Mjd(100, 10.5), 0), 51);
          }},
+        {"SameStationTwiceInTimeOrderKeepsItsNotes",
+         kGainAA + "TSYS AA INDEX='R1','L1' /\n! scan 1\n100 10:00.00 50 60\n/\n" +
+             "GAIN BB ELEV DPFU=0.7 POLY=1.0 /\nTSYS BB INDEX='R1','L1' /\n100 10:00.00 70 80\n/\n" + kGainAA +
+             "TSYS AA INDEX='R1','L1' /\n! scan 2\n100 11:00.00 52 62\n/\n",
+         none,
+         "loss station-twice 10 AA\nloss tsys-twice 11 AA\n",
+         kGainAA + "TSYS AA FT=1.0 INDEX='R1','L1' /\n! scan 1\n100 10:00.00 50 60\n/\n! scan 2\n100 11:00.00 52 62\n/\n" +
+             "GAIN BB ELEV DPFU=0.7 POLY=1.0 /\nTSYS BB INDEX='R1','L1' /\n100 10:00.00 70 80\n/\n",
+         {"AA", "BB"},
+         1,
+         [](AAntabData& d, const CheckObservation& o) {
+             ASSERT_EQ(d.m_tlscs.count, 2);
+             EXPECT_EQ(D(Telescope(d, "AA")->m_tsys.rows, Tsys(d, "AA", o.Mjd(100, 10.5), 1)), D(2, 61));
+         }},
         {"SameStationTwiceWithDifferentGainsIsAQuestion",
          kGainAA + "TSYS AA INDEX='R1','L1' /\n100 11:00.00 52 62\n/\n" +
              "GAIN AA ELEV DPFU=0.9 POLY=1.0 /\nTSYS AA INDEX='R1','L1' /\n100 10:00.00 50 60\n/\n",
@@ -383,6 +398,48 @@ TEST(AntabCheckRules, ExplanationsNameTheStationAndTheCure) {
     const AAntabFinding* p = FindCode(r, "parser-refuses");
     ASSERT_TRUE(p);
     EXPECT_EQ(p->text, "the parser stops with: Error> <AAntabData> TSYS before any GAIN");
+}
+
+// Damaged texts give findings, never a crash or a rewrite that guesses.
+TEST(AntabCheckRules, DamagedTextsStopWithAReason) {
+    struct Case {
+        std::string text;
+        const char* findings;
+        bool stopped;
+    } cases[] = {
+        {"", "", false},
+        {kGainAA + "TSYS AA INDEX='R1','L1' /\nnan nan 1 2\n1e300 10:00.00 1 2\n100 99999999999999999999:00 1 2\n"
+                   "100 10:00.00 1 2\n100 10:00.00 abc 2\n100\n",
+         "error parser-refuses 0\nerror row-bad-time 4 AA\nwarning row-word 7 AA\nerror row-no-time 8 AA\n", true},
+        {kGainAA + "TSYS AA TIMEOFF=1e300 INDEX='R1','L1' /\n100 10:00.00 1 2\n", "loss parser-reads-otherwise 2 AA\n",
+         false},
+        // The long line continues the GAIN block, which the parser then cannot read.
+        {kGainAA + std::string(1100, 'x') + "\n",
+         "error parser-refuses 0\nerror parser-reads-otherwise 1 AA\nwarning no-tsys 1 AA\nerror line-too-long 2\n", true},
+        {"GAIN\nTSYS\n/\n",
+         "error parser-refuses 0\nerror gain-no-name 1\nerror parser-reads-otherwise 2\nquestion no-index 2\n"
+         "error tsys-no-station 2\n",
+         true},
+        // The parser takes a nameless station, which no antenna can match.
+        {"GAIN\n/\n", "error gain-no-name 1\n", false},
+        // A row before any TSYS line, which the normaliser cannot place: nothing is written.
+        {"GAIN AA ELEV /\n100 10:00.00 50\n", "error parser-refuses 0\nerror normalised-refused 0\nwarning no-tsys 1 AA\n",
+         true},
+    };
+    for (const Case& c : cases) {
+        AAntabCheck check;
+        AAntabCheckResult r;
+        ASSERT_TRUE(check.CheckText(c.text, "t.antab", nullptr, r));
+        EXPECT_EQ(FindingList(r, false), c.findings) << c.text.substr(0, 200);
+        EXPECT_EQ(r.stopped, c.stopped) << c.text.substr(0, 200);
+        if (!c.stopped) {
+            AAntabData data;
+            data.m_nIF = 1;
+            std::istringstream in(r.normalised);
+            data.Load(in);
+            EXPECT_EQ(data.GetErrMsg().str(), "Error> <AAntabData> uvx == NULL. ") << r.normalised;
+        }
+    }
 }
 
 TEST(AntabCheckRules, UnreadableFileNamesIt) {
