@@ -51,7 +51,9 @@ std::string Fmt(const char* format, double v) {
     return b;
 }
 
-std::string Int(long long v) { return std::to_string(v); }
+std::string Int(long long v) {
+    return std::to_string(v);
+}
 
 // The line as the parser prepares it for keywords: upper case, tabs as blanks, the comment cut off.
 std::string Prepared(const std::string& raw) {
@@ -75,8 +77,8 @@ bool StartsWithDigit(const std::string& prepared) {
     return !t.empty() && t[0] >= '0' && t[0] <= '9';
 }
 
-const char* const kKeywords[] = {"GAIN", "TSYS", "DPFU", "FREQ",   "POLY", "TIMEOFF",
-                                 "FT",   "INDEX", "INDEX2", "BIF", "EIF"};
+const char* const kKeywords[] = {"GAIN", "TSYS",  "DPFU",   "FREQ", "POLY", "TIMEOFF",
+                                 "FT",   "INDEX", "INDEX2", "BIF",  "EIF"};
 
 bool IsKeyword(const std::string& w) {
     for (const char* k : kKeywords)
@@ -178,9 +180,9 @@ struct Row {
     int day = 0;
     double seconds = 0.0;  // of the day, with TIMEOFF applied
     bool timeOk = false;
-    std::string text;      // rewritten text
+    std::string text;  // rewritten text
     double sortTime = 0.0;
-    std::string why;       // what was rewritten
+    std::string why;  // what was rewritten
 };
 
 struct Station {
@@ -333,7 +335,8 @@ private:
     void emitLine(int index, const std::string& text, const std::string& why);
     void emitNew(const std::string& text, const std::string& why);
     void remove(int index, const std::string& why);
-    bool readRow(const Segment& s, const TsysInfo& t, int index, Row& row, bool dropExtra, bool record = true);
+    bool readRow(const Segment& s, const TsysInfo& t, int index, Row& row, bool dropExtra,
+                 bool record = true);
     void rowFinding(const Segment& s, const std::string& code, int line);
     void flushRowFindings();
     void sortFindings() {
@@ -352,8 +355,8 @@ private:
     const AAntabCheckOptions& m_opt;
     AAntabCheckResult& m_out;
 
-    std::vector<std::string> m_raw;    // lines without their ends
-    std::vector<std::string> m_prep;   // prepared for keywords
+    std::vector<std::string> m_raw;   // lines without their ends
+    std::vector<std::string> m_prep;  // prepared for keywords
     bool m_finalNewline = true;
     std::vector<Segment> m_segs;
     std::map<std::string, Station> m_stations;
@@ -409,8 +412,9 @@ void Checker::split(const std::string& text) {
     }
     if (crLines > 0)
         finding(firstCr, "", "note", "cr-line-end",
-                Int(crLines) + " line(s) end in CR LF; the CR stays in the line, where it is white space to "
-                               "this parser but part of the last word to others",
+                Int(crLines) +
+                    " line(s) end in CR LF; the CR stays in the line, where it is white space to "
+                    "this parser but part of the last word to others",
                 "written with LF line ends");
     for (std::size_t i = 0; i < m_raw.size(); ++i) {
         m_prep.push_back(Prepared(m_raw[i]));
@@ -514,15 +518,17 @@ void Checker::readGain(Segment& s) {
         }
         if (!IsKeyword(key)) {
             g.obs.push_back({tk[p].line, "unknown-word", "note",
-                             "the word " + key + " means nothing to the parser and is passed over", "removed", ""});
+                             "the word " + key + " means nothing to the parser and is passed over", "removed",
+                             ""});
             ++p;
             continue;
         }
         const int order = ParserOrder(key);
         if (tk[p].line == lastOrderLine && order < lastOrder)
             g.obs.push_back({tk[p].line, "keyword-order", "loss",
-                             lastKey + " stands in front of " + key + " on one line; the parser searches for " +
-                                 key + " first and loses " + lastKey,
+                             lastKey + " stands in front of " + key +
+                                 " on one line; the parser searches for " + key + " first and loses " +
+                                 lastKey,
                              "one keyword order on the GAIN line: DPFU, FREQ, POLY", lastKey});
         lastOrder = order;
         lastOrderLine = tk[p].line;
@@ -540,7 +546,8 @@ void Checker::readGain(Segment& s) {
         int listLine = p < tk.size() ? tk[p].line : s.first;
         while (p < tk.size() && !IsKeyword(tk[p].text) && tk[p].text != "/") {
             if (tk[p].text == ",") {
-                if (p + 1 < tk.size() && tk[p + 1].blankBefore && !IsKeyword(tk[p + 1].text)) blankAfterComma = true;
+                if (p + 1 < tk.size() && tk[p + 1].blankBefore && !IsKeyword(tk[p + 1].text))
+                    blankAfterComma = true;
                 ++p;
                 continue;
             }
@@ -599,15 +606,17 @@ void Checker::readTsys(Segment& s) {
         }
         if (!IsKeyword(key)) {
             t.obs.push_back({tk[p].line, "unknown-word", "note",
-                             "the word " + key + " means nothing to the parser and is passed over", "removed", ""});
+                             "the word " + key + " means nothing to the parser and is passed over", "removed",
+                             ""});
             ++p;
             continue;
         }
         const int order = ParserOrder(key);
         if (tk[p].line == lastOrderLine && order < lastOrder)
             t.obs.push_back({tk[p].line, "keyword-order", "loss",
-                             lastKey + " stands in front of " + key + " on one line; the parser searches for " +
-                                 key + " first and loses " + lastKey,
+                             lastKey + " stands in front of " + key +
+                                 " on one line; the parser searches for " + key + " first and loses " +
+                                 lastKey,
                              "one keyword order on the TSYS line: TIMEOFF, FT, INDEX", lastKey});
         lastOrder = order;
         lastOrderLine = tk[p].line;
@@ -647,7 +656,8 @@ void Checker::readTsys(Segment& s) {
                                  "' serves two polarisations; the parser reads the first letter only, so the "
                                  "other polarisation gets no Tsys",
                              "the second polarisation of each such item listed in INDEX2, which reads the "
-                             "same column", "INDEX"});
+                             "same column",
+                             "INDEX"});
             break;
         }
 }
@@ -714,8 +724,10 @@ std::string Checker::canonicalTsys(const TsysInfo& t, bool timeoffApplied) const
         first.push_back(parts[0]);
         second.push_back(parts.size() > 1 ? parts[1] : "X");
     }
-    if (t.hasIndex2) s += " INDEX2=" + Join(t.items2, ",", true) + " /";
-    else if (pairs) s += " INDEX2=" + Join(second, ",", true) + " /";
+    if (t.hasIndex2)
+        s += " INDEX2=" + Join(t.items2, ",", true) + " /";
+    else if (pairs)
+        s += " INDEX2=" + Join(second, ",", true) + " /";
     if (t.hasIndex) s += " INDEX=" + Join(first, ",", true) + " /";
     return s;
 }
@@ -768,7 +780,8 @@ void Checker::decide() {
         Segment& s = m_segs[i];
         if (s.kind == kLoose) continue;
         std::string text;
-        if (s.kind == kTsys) text = "GAIN " + (s.station.empty() ? std::string("XX") : s.station) + " ELEV /\n";
+        if (s.kind == kTsys)
+            text = "GAIN " + (s.station.empty() ? std::string("XX") : s.station) + " ELEV /\n";
         for (int k = s.first; k <= s.last; ++k) text += m_raw[k] + "\n";
         AAntabData exact;
         const bool parsed = ExactParse(text, 1, exact);
@@ -836,17 +849,19 @@ void Checker::decide() {
             finding(lineNo(s.first), s.station, "loss", "timeoff",
                     "TIMEOFF=" + s.tsys.timeoffText +
                         " s is stored by the parser but never added to the row times, so every Tsys is "
-                        "used " + s.tsys.timeoffText + " s off",
+                        "used " +
+                        s.tsys.timeoffText + " s off",
                     "TIMEOFF added to the row times and set to 0");
             m_rewrittenTsys.insert(i);
         }
         if (s.kind == kTsys && !s.tsys.hasIndex && !s.tsys.hasIndex2) {
             auto it = m_opt.index.find(s.station);
             if (it == m_opt.index.end()) {
-                finding(lineNo(s.first), s.station, "question", "no-index",
-                        "the TSYS block of " + s.station +
-                            " has no INDEX: nothing says which polarisation and IF each value column holds",
-                        "say it with --index " + s.station + "=\"'R1','R2',...\" (one item per value column)");
+                finding(
+                    lineNo(s.first), s.station, "question", "no-index",
+                    "the TSYS block of " + s.station +
+                        " has no INDEX: nothing says which polarisation and IF each value column holds",
+                    "say it with --index " + s.station + "=\"'R1','R2',...\" (one item per value column)");
             } else {
                 std::vector<Token> tk;
                 Tokenize(Upper(it->second), 0, tk);
@@ -885,7 +900,8 @@ void Checker::decide() {
                 finding(lineNo(m_segs[st.gains[1]].first), name, "loss", "station-twice",
                         "station " + name + " has GAIN blocks that differ (lines " + lines +
                             "); the calibration would use the first only",
-                        "kept block " + Int(keep->second) + " (--keep), the others removed with their TSYS blocks");
+                        "kept block " + Int(keep->second) +
+                            " (--keep), the others removed with their TSYS blocks");
             } else {
                 st.keptGain = st.gains[0];
                 finding(lineNo(m_segs[st.gains[1]].first), name, "question", "station-twice",
@@ -897,15 +913,16 @@ void Checker::decide() {
             st.keptGain = st.gains[0];
         }
         for (int t : st.tsys)
-            if (st.keptGain < 0 || m_segs[t].gainSeg == st.keptGain || (st.gains.size() > 1 &&
-                                                                      meantGain(m_segs[m_segs[t].gainSeg].gain) ==
-                                                                          meantGain(m_segs[st.keptGain].gain)))
+            if (st.keptGain < 0 || m_segs[t].gainSeg == st.keptGain ||
+                (st.gains.size() > 1 &&
+                 meantGain(m_segs[m_segs[t].gainSeg].gain) == meantGain(m_segs[st.keptGain].gain)))
                 st.keptTsys.push_back(t);
         if (st.keptTsys.empty()) {
             if (st.keptGain >= 0)
                 finding(lineNo(m_segs[st.keptGain].first), name, "warning", "no-tsys",
-                        "station " + name + " has a GAIN block but no Tsys rows; if the observation has it, the "
-                                            "calibration stops at a hole in its INDEX",
+                        "station " + name +
+                            " has a GAIN block but no Tsys rows; if the observation has it, the "
+                            "calibration stops at a hole in its INDEX",
                         "add its TSYS block, or leave it if the observation does not have " + name);
             continue;
         }
@@ -935,11 +952,11 @@ void Checker::decide() {
                 st.placeGainAtTsys = true;
                 if (st.keptGain < anchor) {
                     finding(lineNo(m_segs[anchor].first), name, "error", "gain-first",
-                                "the TSYS block of " + name + " does not follow its GAIN line (line " +
-                                    Int(lineNo(m_segs[st.keptGain].first)) +
-                                    "): the parser ties every TSYS block to the GAIN just before it and refuses "
-                                    "GAIN lines given all before the TSYS blocks",
-                                "GAIN line moved in front of its TSYS block");
+                            "the TSYS block of " + name + " does not follow its GAIN line (line " +
+                                Int(lineNo(m_segs[st.keptGain].first)) +
+                                "): the parser ties every TSYS block to the GAIN just before it and refuses "
+                                "GAIN lines given all before the TSYS blocks",
+                            "GAIN line moved in front of its TSYS block");
                 } else {
                     finding(lineNo(m_segs[anchor].first), name, "error", "gain-after-tsys",
                             "the TSYS block of " + name + " comes before its GAIN line (line " +
@@ -975,7 +992,8 @@ void Checker::decide() {
                 for (int b : st.keptTsys)
                     for (int k = m_segs[b].bodyFirst; k <= m_segs[b].bodyLast && ascending; ++k) {
                         Row r;
-                        if (!StartsWithDigit(m_prep[k]) || !readRow(m_segs[b], m_segs[b].tsys, k, r, true, false))
+                        if (!StartsWithDigit(m_prep[k]) ||
+                            !readRow(m_segs[b], m_segs[b].tsys, k, r, true, false))
                             continue;
                         ascending = r.sortTime >= lastTime;
                         lastTime = r.sortTime;
@@ -1034,7 +1052,8 @@ void Checker::emitGain(int seg, bool moved, int beforeLine) {
         c.why = "GAIN block written as the parser reads it" + (moved ? "; " + why : "");
         m_out.changes.push_back(c);
         m_output.push_back(canon);
-        for (int k = s.first + 1; k <= s.last; ++k) remove(k, "part of the GAIN block of line " + Int(lineNo(s.first)));
+        for (int k = s.first + 1; k <= s.last; ++k)
+            remove(k, "part of the GAIN block of line " + Int(lineNo(s.first)));
         return;
     }
     for (int k = s.first; k <= s.last; ++k) {
@@ -1148,8 +1167,8 @@ bool Checker::readRow(const Segment& s, const TsysInfo& t, int index, Row& row, 
     std::string text;
     if (rewriteTime) {
         const std::string newDay = day == static_cast<int>(dayValue) ? dayText : Int(day);
-        text = newDay + raw.substr(spans[0].second, spans[1].first - spans[0].second) + FormatTime(seconds, decimals) +
-               raw.substr(spans[1].second, endOfRow - spans[1].second);
+        text = newDay + raw.substr(spans[0].second, spans[1].first - spans[0].second) +
+               FormatTime(seconds, decimals) + raw.substr(spans[1].second, endOfRow - spans[1].second);
     } else {
         text = raw.substr(spans[0].first, endOfRow - spans[0].first);
     }
@@ -1169,7 +1188,8 @@ void Checker::emitTsys(Station& st, int anchor) {
         c.why = "TSYS header written as the parser reads it";
         if (canon != c.before) m_out.changes.push_back(c);
         m_output.push_back(canon);
-        for (int k = a.first + 1; k <= a.last; ++k) remove(k, "part of the TSYS header of line " + Int(lineNo(a.first)));
+        for (int k = a.first + 1; k <= a.last; ++k)
+            remove(k, "part of the TSYS header of line " + Int(lineNo(a.first)));
     } else {
         for (int k = a.first; k <= a.last; ++k) m_output.push_back(m_raw[k]);
     }
@@ -1181,7 +1201,8 @@ void Checker::emitTsys(Station& st, int anchor) {
         const bool drop = dropExtra(s.station);
         if (b != anchor)
             for (int k = s.first; k <= s.last; ++k)
-                remove(k, "TSYS header of " + s.station + " merged into the block of line " + Int(lineNo(a.first)));
+                remove(k, "TSYS header of " + s.station + " merged into the block of line " +
+                              Int(lineNo(a.first)));
         for (int k = s.bodyFirst; k <= s.bodyLast; ++k) {
             if (StartsWithDigit(m_prep[k])) {
                 Row r;
@@ -1220,7 +1241,8 @@ void Checker::emitTsys(Station& st, int anchor) {
                 c.line = lineNo(s.bodyFirst);
                 c.before = c.after = m_raw[s.bodyFirst];
                 c.why = "lines " + Int(lineNo(s.bodyFirst)) + "-" + Int(lineNo(s.bodyLast)) +
-                        " moved behind the TSYS block of line " + Int(lineNo(a.first)) + ": one block per station";
+                        " moved behind the TSYS block of line " + Int(lineNo(a.first)) +
+                        ": one block per station";
                 m_out.changes.push_back(c);
             }
             for (int k = s.bodyFirst; k <= s.bodyLast; ++k) {
@@ -1242,16 +1264,18 @@ void Checker::emitTsys(Station& st, int anchor) {
         return tx < ty;
     });
     for (const auto& o : others)
-        if (Trim(o.second) != "/") emitLine(o.first, o.second, "");
-        else remove(o.first, "closing line of a merged TSYS block");
+        if (Trim(o.second) != "/")
+            emitLine(o.first, o.second, "");
+        else
+            remove(o.first, "closing line of a merged TSYS block");
     for (std::size_t j = 0; j < rows.size(); ++j) {
         const Row& r = rows[j];
         AAntabChange c;
         c.line = lineNo(r.line);
         c.before = m_raw[r.line];
         c.after = r.text;
-        c.why = "row: " + (r.why.empty() ? std::string() : r.why + "; ") + "merged with the other TSYS blocks of " +
-                a.station + " in time order";
+        c.why = "row: " + (r.why.empty() ? std::string() : r.why + "; ") +
+                "merged with the other TSYS blocks of " + a.station + " in time order";
         if (c.after != c.before || (j > 0 && rows[j - 1].line > r.line)) m_out.changes.push_back(c);
         m_output.push_back(r.text);
     }
@@ -1267,7 +1291,8 @@ void Checker::emit() {
             continue;
         }
         if (s.station.empty()) {
-            for (int k = s.first; k <= (s.kind == kTsys ? s.bodyLast : s.last); ++k) emitLine(k, m_raw[k], "");
+            for (int k = s.first; k <= (s.kind == kTsys ? s.bodyLast : s.last); ++k)
+                emitLine(k, m_raw[k], "");
             continue;
         }
         Station& st = m_stations[s.station];
@@ -1319,8 +1344,8 @@ void Checker::flushRowFindings() {
         {"row-short", "warning",
          "rows with fewer values than INDEX items: the missing columns count as no measurement",
          "kept; check the INDEX"},
-        {"row-word", "warning", "rows with a value that is not a number: the parser takes it as 0.0, no measurement",
-         "kept"},
+        {"row-word", "warning",
+         "rows with a value that is not a number: the parser takes it as 0.0, no measurement", "kept"},
         {"row-indented", "loss",
          "rows that start with a blank: the parser takes them for keyword lines and drops them",
          "written from the first column"},
@@ -1339,12 +1364,14 @@ void Checker::flushRowFindings() {
     for (const auto& entry : m_rowCounts) {
         for (const Rule& r : rules) {
             if (entry.first.second != r.code) continue;
-            const std::string what = Int(entry.second.count) + " " + r.text + " (first at line " +
-                                     Int(entry.second.first) + ")";
+            const std::string what =
+                Int(entry.second.count) + " " + r.text + " (first at line " + Int(entry.second.first) + ")";
             std::string todo = r.todo;
-            if (std::string(r.code) == "row-extra") todo = "--drop-extra " + entry.second.station + " removes the "
-                                                           "values behind the last INDEX item; or give an INDEX "
-                                                           "that names every column";
+            if (std::string(r.code) == "row-extra")
+                todo = "--drop-extra " + entry.second.station +
+                       " removes the "
+                       "values behind the last INDEX item; or give an INDEX "
+                       "that names every column";
             finding(entry.second.first, entry.second.station, r.kind, r.code, what, todo);
             if (std::string(r.kind) == "error") m_stop = true;
         }
@@ -1358,7 +1385,8 @@ void Checker::Run(const std::string& text) {
     decide();
     for (const Segment& s : m_segs)
         if (s.kind == kTsys && s.station.empty())
-            finding(lineNo(s.first), "", "error", "tsys-no-station", "a TSYS line with no station and no GAIN before it",
+            finding(lineNo(s.first), "", "error", "tsys-no-station",
+                    "a TSYS line with no station and no GAIN before it",
                     "write the station name behind TSYS");
     emit();
     flushRowFindings();
@@ -1417,14 +1445,17 @@ bool Checker::CheckUvx(AUVXFile& uvx, CString& errMsg) {
         inAN.insert(name);
         if (!m_stations.count(name) || (m_stations[name].gains.empty() && m_stations[name].keptTsys.empty()))
             finding(0, name, "error", "station-missing",
-                    "antenna " + name + " of the observation's AN table has no block in the ANTAB text; the "
-                                        "calibration stops (\"non found " + name + " in ANTAB data.\")",
+                    "antenna " + name +
+                        " of the observation's AN table has no block in the ANTAB text; the "
+                        "calibration stops (\"non found " +
+                        name + " in ANTAB data.\")",
                     "add a GAIN and TSYS block for " + name);
     }
     for (const std::string& name : m_order)
         if (!inAN.count(name))
             finding(0, name, "note", "station-not-observed",
-                    "station " + name + " is not in the observation's AN table; its blocks are not used", "none");
+                    "station " + name + " is not in the observation's AN table; its blocks are not used",
+                    "none");
 
     const int nIF = data.m_nIF, nPol = data.m_nPol;
     int day = 0, month = 0, year = 0;
@@ -1460,8 +1491,9 @@ bool Checker::CheckUvx(AUVXFile& uvx, CString& errMsg) {
             }
         if (!holes.empty())
             finding(lineNo(a.first), name, "error", "index-hole",
-                    "the INDEX of " + name + " gives no Tsys for " + holes + " of the observation (" + Int(nIF) +
-                        " IF, " + Int(nPol) + " polarisation(s)); the calibration stops (\"Has hole INDEX keyword\")",
+                    "the INDEX of " + name + " gives no Tsys for " + holes + " of the observation (" +
+                        Int(nIF) + " IF, " + Int(nPol) +
+                        " polarisation(s)); the calibration stops (\"Has hole INDEX keyword\")",
                     "add the missing columns, or calibrate a file without those polarisations");
         std::vector<double>& times = rowTimes[name];
         for (int b : st.merge ? st.keptTsys : std::vector<int>{st.keptTsys[0]}) {
@@ -1548,7 +1580,9 @@ int AAntabCheckResult::Count(const char* kind) const {
     return n;
 }
 
-bool AAntabCheckResult::Clean() const { return Count("error") == 0 && Count("loss") == 0 && Count("question") == 0; }
+bool AAntabCheckResult::Clean() const {
+    return Count("error") == 0 && Count("loss") == 0 && Count("question") == 0;
+}
 
 bool AAntabCheck::CheckText(const std::string& text, const std::string& name, AUVXFile* uvx,
                             AAntabCheckResult& out) {

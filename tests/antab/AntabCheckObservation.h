@@ -42,7 +42,8 @@ struct CheckObservation {
         header.nChan = 1;
         header.nIF = nIF;
         header.nStokes = static_cast<std::int16_t>(stokes.size());
-        for (std::size_t i = 0; i < stokes.size(); ++i) header.stokes[i] = static_cast<std::int16_t>(stokes[i]);
+        for (std::size_t i = 0; i < stokes.size(); ++i)
+            header.stokes[i] = static_cast<std::int16_t>(stokes[i]);
 
         AUVXFile out;
         ASSERT_TRUE(out.Create(&mem, false)) << out.m_errMsg.GetString();
@@ -121,8 +122,8 @@ inline std::string FindingList(const AAntabCheckResult& r, bool withNotes = true
     std::string s;
     for (const AAntabFinding& f : r.findings)
         if (withNotes || f.kind != "note")
-            s += f.kind + " " + f.code + " " + std::to_string(f.line) + (f.station.empty() ? "" : " " + f.station) +
-                 "\n";
+            s += f.kind + " " + f.code + " " + std::to_string(f.line) +
+                 (f.station.empty() ? "" : " " + f.station) + "\n";
     return s;
 }
 

@@ -17,7 +17,9 @@
 namespace {
 
 std::string ReadData(const char* file) {
-    std::ifstream in(std::string(MEROVANE_TEST_DATA) + "/antab/" + file, std::ios::binary);
+    const std::string path = std::string(MEROVANE_TEST_DATA) + "/antab/" + file;
+    std::ifstream in(path, std::ios::binary);
+    if (!in.is_open()) ADD_FAILURE() << "cannot open " << path;
     std::ostringstream text;
     text << in.rdbuf();
     return text.str();
@@ -39,7 +41,8 @@ std::vector<double> RowAt(AAntabTlsc* t, int r, int position) {
 struct RealCase {
     const char* file;
     std::function<void(AAntabCheckOptions&)> options;
-    const char* questions;  // codes of the questions without the options, blank-separated; the options answer them
+    const char*
+        questions;  // codes of the questions without the options, blank-separated; the options answer them
     const char* stations;
     std::vector<int> stokes;
     int nIF, year, day;
@@ -50,7 +53,14 @@ TEST(AntabCheckRealFiles, EachFileNormalisesAndLoadsAsMeant) {
     const std::vector<int> all{-1, -2, -3, -4};
     const RealCase cases[] = {
         // JC gives L only, so the observation is taken as LL: both hands then share one position.
-        {"eht2017_april_A.antab", nullptr, "", "AZ PV SM SR JC AA AP LM", {-2}, 2, 2017, 99,
+        {"eht2017_april_A.antab",
+         nullptr,
+         "",
+         "AZ PV SM SR JC AA AP LM",
+         {-2},
+         2,
+         2017,
+         99,
          [](AAntabData& d, const CheckObservation& o, const AAntabCheckResult&) {
              AAntabTlsc* ap = Telescope(d, "AP");
              ASSERT_EQ(d.m_tlscs.count, 8);
@@ -59,7 +69,8 @@ TEST(AntabCheckRealFiles, EachFileNormalisesAndLoadsAsMeant) {
              const double t = o.Mjd(99, 23 + 14 / 60.0 + 54 / 3600.0);
              EXPECT_NEAR(RowAt(ap, 0, 0)[0], t - 120 / 86400.0, 1e-9);
              EXPECT_NEAR(RowAt(ap, 1, 0)[0], t + 120 / 86400.0, 1e-9);
-             EXPECT_EQ(D(RowAt(ap, 0, 0)[1], RowAt(ap, 1, 0)[1], ap->m_dpfu[1]), D(154.718184, 154.718184, 0.02496));
+             EXPECT_EQ(D(RowAt(ap, 0, 0)[1], RowAt(ap, 1, 0)[1], ap->m_dpfu[1]),
+                       D(154.718184, 154.718184, 0.02496));
              // JC "100 0:46:00" with TIMEOFF 1 s.
              EXPECT_NEAR(RowAt(Telescope(d, "JC"), 0, 0)[0], o.Mjd(100, 46 / 60.0 + 1 / 3600.0), 1e-9);
              EXPECT_EQ(Telescope(d, "AZ")->m_dpfu[1], 0.01681);
@@ -69,8 +80,8 @@ TEST(AntabCheckRealFiles, EachFileNormalisesAndLoadsAsMeant) {
              o.dropExtra = {"ALL"};
              o.keep["SV"] = 1;
          },
-         "row-extra row-extra row-extra row-extra station-twice", "BD CM DA EF JB KN MC O8 SV T6 TA TR UR WB ZC", all, 8,
-         2014, 311,
+         "row-extra row-extra row-extra row-extra station-twice",
+         "BD CM DA EF JB KN MC O8 SV T6 TA TR UR WB ZC", all, 8, 2014, 311,
          [](AAntabData& d, const CheckObservation&, const AAntabCheckResult&) {
              ASSERT_EQ(d.m_tlscs.count, 15);
              AAntabTlsc* ur = Telescope(d, "UR");
@@ -82,12 +93,20 @@ TEST(AntabCheckRealFiles, EachFileNormalisesAndLoadsAsMeant) {
                        D(RowAt(ur, 0, 0)[1], RowAt(ur, 0, 0)[1], 0.178, 0.137, 1.0));
              EXPECT_GT(RowAt(ur, 0, 8)[1], 0.0);
          }},
-        {"evn_rsg12.antab", nullptr, "", "BD EF JB MC NT O8 SR SV TR WB ZC", {-1, -2}, 1, 2019, 310,
+        {"evn_rsg12.antab",
+         nullptr,
+         "",
+         "BD EF JB MC NT O8 SR SV TR WB ZC",
+         {-1, -2},
+         1,
+         2019,
+         310,
          [](AAntabData& d, const CheckObservation& o, const AAntabCheckResult&) {
              ASSERT_EQ(d.m_tlscs.count, 11);
              AAntabTlsc* mc = Telescope(d, "MC");
              ASSERT_EQ(mc->m_poly.count, 3);
-             EXPECT_EQ(D(mc->m_polyType, mc->m_dpfu[0], mc->m_dpfu[1], mc->m_freqHigh, Telescope(d, "BD")->m_dpfu[1]),
+             EXPECT_EQ(D(mc->m_polyType, mc->m_dpfu[0], mc->m_dpfu[1], mc->m_freqHigh,
+                         Telescope(d, "BD")->m_dpfu[1]),
                        D(1, 0.123572, 0.1224, 1428.4e6, 0.204));
              // MC "310 10:00:01 62.2 71.7" with INDEX 'L1','R1': R (position 0) is 71.7.
              EXPECT_NEAR(RowAt(mc, 0, 0)[0], o.Mjd(310, 10 + 1 / 3600.0), 1e-9);
@@ -103,17 +122,30 @@ TEST(AntabCheckRealFiles, EachFileNormalisesAndLoadsAsMeant) {
              o.gain["GB"] = "1";
              o.index["GB"] = "'R1','R2','R3','R4'";
          },
-         "no-index no-gain", "GB", {-1}, 4, 2021, 275,
+         "no-index no-gain",
+         "GB",
+         {-1},
+         4,
+         2021,
+         275,
          [](AAntabData& d, const CheckObservation& o, const AAntabCheckResult&) {
              AAntabTlsc* gb = Telescope(d, "GB");
              ASSERT_EQ(gb->m_tsys.rows, 952);
              EXPECT_NEAR(RowAt(gb, 0, 2)[0], o.Mjd(275, 19 + 36.55 / 60), 1e-9);
              EXPECT_EQ(D(gb->m_dpfu[0], RowAt(gb, 0, 2)[1], RowAt(gb, 0, 3)[1]), D(1, 89.5, 111.7));
          }},
-        {"gmva_c21x_allinone.antab", nullptr, "", "NN BR AA EF GB GL", {-1}, 4, 2021, 113,
+        {"gmva_c21x_allinone.antab",
+         nullptr,
+         "",
+         "NN BR AA EF GB GL",
+         {-1},
+         4,
+         2021,
+         113,
          [](AAntabData& d, const CheckObservation&, const AAntabCheckResult&) {
              ASSERT_EQ(d.m_tlscs.count, 6);
-             EXPECT_EQ(D(Telescope(d, "NN")->m_dpfu[1], Telescope(d, "BR")->m_polyType, Telescope(d, "GL")->m_dpfu[0]),
+             EXPECT_EQ(D(Telescope(d, "NN")->m_dpfu[1], Telescope(d, "BR")->m_polyType,
+                         Telescope(d, "GL")->m_dpfu[0]),
                        D(0.415, 2, 0.032));
          }},
         // 'L1|R1': the R positions take the same columns as L.

@@ -61,8 +61,9 @@ std::vector<RuleCase> Cases() {
          1,
          [](AAntabData& d, const CheckObservation& o) {
              const double t = o.Mjd(100, 10.0);
-             EXPECT_EQ(D(Telescope(d, "AA")->m_dpfu[0], Telescope(d, "AA")->m_dpfu[1], Telescope(d, "BB")->m_dpfu[1],
-                         Tsys(d, "AA", t, 0), Tsys(d, "AA", t, 1), Tsys(d, "BB", t, 1)),
+             EXPECT_EQ(D(Telescope(d, "AA")->m_dpfu[0], Telescope(d, "AA")->m_dpfu[1],
+                         Telescope(d, "BB")->m_dpfu[1], Tsys(d, "AA", t, 0), Tsys(d, "AA", t, 1),
+                         Tsys(d, "BB", t, 1)),
                        D(0.5, 0.6, 0.7, 50, 60, 80));
          }},
         {"NameAtLineEndAndKeywordsOnLinesOfTheirOwn",
@@ -160,16 +161,19 @@ std::vector<RuleCase> Cases() {
          },
          "error parser-refuses 0\nerror no-index 1 GB\nerror no-gain 1 GB\n",
          // The missing final line end stays missing.
-         "GAIN GB ELEV DPFU=2 POLY=1.0 /\nTSYS GB FT=1.00 INDEX='R1','R2','L1','L2' /\n100 19:36.55 0.0 0.0 89.5 111.7",
+         "GAIN GB ELEV DPFU=2 POLY=1.0 /\nTSYS GB FT=1.00 INDEX='R1','R2','L1','L2' /\n100 19:36.55 0.0 0.0 "
+         "89.5 111.7",
          {"GB"},
          2,
          [](AAntabData& d, const CheckObservation& o) {
              const double t = o.Mjd(100, 19 + 36.55 / 60);
-             EXPECT_EQ(D(Telescope(d, "GB")->m_dpfu[1], Tsys(d, "GB", t, 2), Tsys(d, "GB", t, 3), Tsys(d, "GB", t, 0)),
+             EXPECT_EQ(D(Telescope(d, "GB")->m_dpfu[1], Tsys(d, "GB", t, 2), Tsys(d, "GB", t, 3),
+                         Tsys(d, "GB", t, 0)),
                        D(2, 89.5, 111.7, -1));
          }},
         {"UnknownWordInPolyRemoved",
-         "GAIN AA ELEV DPFU=0.5 POLY=1.0 opacity_corrected /\nTSYS AA INDEX='R1','L1' /\n100 10:00.00 50 60\n/\n",
+         "GAIN AA ELEV DPFU=0.5 POLY=1.0 opacity_corrected /\nTSYS AA INDEX='R1','L1' /\n100 10:00.00 50 "
+         "60\n/\n",
          none,
          "loss unknown-word 1 AA\n",
          "GAIN AA ELEV DPFU=0.5 POLY=1.0 /\nTSYS AA INDEX='R1','L1' /\n100 10:00.00 50 60\n/\n",
@@ -180,7 +184,8 @@ std::vector<RuleCase> Cases() {
              EXPECT_EQ(Telescope(d, "AA")->m_poly[0], 1.0);
          }},
         {"TimeOffAppliedToTheRows",
-         kGainAA + "TSYS AA TIMEOFF=-120 FT=1.0 INDEX='R1','L1' /\n100 00:01.00 50 60\n100 10:00.50 55 65\n/\n",
+         kGainAA +
+             "TSYS AA TIMEOFF=-120 FT=1.0 INDEX='R1','L1' /\n100 00:01.00 50 60\n100 10:00.50 55 65\n/\n",
          none,
          "loss timeoff 2 AA\n",
          kGainAA + "TSYS AA TIMEOFF=0 FT=1.0 INDEX='R1','L1' /\n99 23:59.00 50 60\n100 09:58.50 55 65\n/\n",
@@ -194,9 +199,8 @@ std::vector<RuleCase> Cases() {
              EXPECT_NEAR(aa->m_tsys.Row(1)[0] + aa->m_tsys.Row(1)[1], o.Mjd(100, 10.0 - 1.5 / 60), 1e-9);
          }},
         {"ClockFormsWrittenAsDecimalMinutes",
-         kGainAA +
-             "TSYS AA INDEX='R1','L1' /\n100 10:20:30 50 60\n100 10:60.00 51 61\n100 11:16:38 53 63\n"
-             "100 23:60.00 52 62\n/\n",
+         kGainAA + "TSYS AA INDEX='R1','L1' /\n100 10:20:30 50 60\n100 10:60.00 51 61\n100 11:16:38 53 63\n"
+                   "100 23:60.00 52 62\n/\n",
          none,
          "note time-hms 3 AA\nloss time-overflow 4 AA\n",
          kGainAA +
@@ -233,11 +237,13 @@ std::vector<RuleCase> Cases() {
          kGainAA + "TSYS AA TIMEOFF=0 FT=1.2 INDEX='R1','L1' /\n100 10:00.00 50 60\n/\n",
          {"AA"},
          1,
-         [](AAntabData& d, const CheckObservation& o) { EXPECT_DOUBLE_EQ(Tsys(d, "AA", o.Mjd(100, 10), 0), 60); }},
+         [](AAntabData& d, const CheckObservation& o) {
+             EXPECT_DOUBLE_EQ(Tsys(d, "AA", o.Mjd(100, 10), 0), 60);
+         }},
         {"SameStationTwiceWithOneGain",
          kGainAA + "TSYS AA INDEX='R1','L1' /\n100 11:00.00 52 62\n/\n" +
-             "GAIN BB ELEV DPFU=0.7 POLY=1.0 /\nTSYS BB INDEX='R1','L1' /\n100 10:00.00 70 80\n/\n" + kGainAA +
-             "TSYS AA INDEX='R1','L1' /\n100 10:00.00 50 60\n/\n",
+             "GAIN BB ELEV DPFU=0.7 POLY=1.0 /\nTSYS BB INDEX='R1','L1' /\n100 10:00.00 70 80\n/\n" +
+             kGainAA + "TSYS AA INDEX='R1','L1' /\n100 10:00.00 50 60\n/\n",
          none,
          "loss station-twice 9 AA\nloss tsys-twice 10 AA\n",
          kGainAA + "TSYS AA FT=1.0 INDEX='R1','L1' /\n100 10:00.00 50 60\n100 11:00.00 52 62\n/\n" +
@@ -250,11 +256,13 @@ std::vector<RuleCase> Cases() {
          }},
         {"SameStationTwiceInTimeOrderKeepsItsNotes",
          kGainAA + "TSYS AA INDEX='R1','L1' /\n! scan 1\n100 10:00.00 50 60\n/\n" +
-             "GAIN BB ELEV DPFU=0.7 POLY=1.0 /\nTSYS BB INDEX='R1','L1' /\n100 10:00.00 70 80\n/\n" + kGainAA +
-             "TSYS AA INDEX='R1','L1' /\n! scan 2\n100 11:00.00 52 62\n/\n",
+             "GAIN BB ELEV DPFU=0.7 POLY=1.0 /\nTSYS BB INDEX='R1','L1' /\n100 10:00.00 70 80\n/\n" +
+             kGainAA + "TSYS AA INDEX='R1','L1' /\n! scan 2\n100 11:00.00 52 62\n/\n",
          none,
          "loss station-twice 10 AA\nloss tsys-twice 11 AA\n",
-         kGainAA + "TSYS AA FT=1.0 INDEX='R1','L1' /\n! scan 1\n100 10:00.00 50 60\n/\n! scan 2\n100 11:00.00 52 62\n/\n" +
+         kGainAA +
+             "TSYS AA FT=1.0 INDEX='R1','L1' /\n! scan 1\n100 10:00.00 50 60\n/\n! scan 2\n100 11:00.00 52 "
+             "62\n/\n" +
              "GAIN BB ELEV DPFU=0.7 POLY=1.0 /\nTSYS BB INDEX='R1','L1' /\n100 10:00.00 70 80\n/\n",
          {"AA", "BB"},
          1,
@@ -288,15 +296,18 @@ std::vector<RuleCase> Cases() {
                        D(0.9, 1, 50));
          }},
         {"TwoTsysBlocksSideBySideKept",
-         kGainAA + "TSYS AA INDEX='R1','L1' /\n100 10:00.00 50 60\n/\nTSYS AA INDEX='R1','L1' /\n100 11:00.00 52 62\n/\n",
+         kGainAA + "TSYS AA INDEX='R1','L1' /\n100 10:00.00 50 60\n/\nTSYS AA INDEX='R1','L1' /\n100 "
+                   "11:00.00 52 62\n/\n",
          none,
          "note tsys-twice 5 AA\n",
-         kGainAA + "TSYS AA INDEX='R1','L1' /\n100 10:00.00 50 60\n/\nTSYS AA INDEX='R1','L1' /\n100 11:00.00 52 62\n/\n",
+         kGainAA + "TSYS AA INDEX='R1','L1' /\n100 10:00.00 50 60\n/\nTSYS AA INDEX='R1','L1' /\n100 "
+                   "11:00.00 52 62\n/\n",
          {"AA"},
          1,
          [](AAntabData& d, const CheckObservation& o) { EXPECT_EQ(Tsys(d, "AA", o.Mjd(100, 10.5), 0), 51); }},
         {"TwoTsysBlocksOutOfOrderMerged",
-         kGainAA + "TSYS AA INDEX='R1','L1' /\n100 11:00.00 52 62\n/\nTSYS AA INDEX='R1','L1' /\n100 10:00.00 50 60\n/\n",
+         kGainAA + "TSYS AA INDEX='R1','L1' /\n100 11:00.00 52 62\n/\nTSYS AA INDEX='R1','L1' /\n100 "
+                   "10:00.00 50 60\n/\n",
          none,
          "loss tsys-twice 5 AA\n",
          kGainAA + "TSYS AA FT=1.0 INDEX='R1','L1' /\n100 10:00.00 50 60\n100 11:00.00 52 62\n/\n",
@@ -314,7 +325,9 @@ std::vector<RuleCase> Cases() {
     };
 }
 
-void PrintTo(const RuleCase& c, std::ostream* os) { *os << c.name; }
+void PrintTo(const RuleCase& c, std::ostream* os) {
+    *os << c.name;
+}
 
 class AntabCheckRule : public ::testing::TestWithParam<RuleCase> {};
 
@@ -357,7 +370,9 @@ TEST_P(AntabCheckRule, ReportsRewritesAndLoadsAsMeant) {
 }
 
 INSTANTIATE_TEST_SUITE_P(Rules, AntabCheckRule, ::testing::ValuesIn(Cases()),
-                         [](const ::testing::TestParamInfo<RuleCase>& info) { return std::string(info.param.name); });
+                         [](const ::testing::TestParamInfo<RuleCase>& info) {
+                             return std::string(info.param.name);
+                         });
 
 // The original texts of some rules, loaded as they stand, lose what the rewrite keeps: the test
 // above would pass for a rewrite that changed nothing if these did not differ.
@@ -369,7 +384,8 @@ TEST(AntabCheckRules, OriginalsLoseWhatTheRewriteKeeps) {
     {
         AAntabData data;
         std::string msg;
-        EXPECT_FALSE(LoadAgainst(obs, kGainAA + "TSYS AA INDEX='R1|L1','R2|L2' /\n100 10:00.00 50 60\n", data, msg));
+        EXPECT_FALSE(
+            LoadAgainst(obs, kGainAA + "TSYS AA INDEX='R1|L1','R2|L2' /\n100 10:00.00 50 60\n", data, msg));
         EXPECT_EQ(msg, "Error. Has hole INDEX keyword (pos=2).  Antenn = AA");
     }
     CheckObservation one;
@@ -377,23 +393,27 @@ TEST(AntabCheckRules, OriginalsLoseWhatTheRewriteKeeps) {
     one.Open();
     AAntabData data;
     std::string msg;
-    ASSERT_TRUE(LoadAgainst(one,
-                            "GAIN AA ELEV DPFU=0.5, 0.6 POLY=1.0 opacity_corrected /\n"
-                            "TSYS AA FT=1.2 TIMEOFF=-120 INDEX='R1','L1' /\n  100 10:00.00 50 60\n100 10:01.00 51 61\n",
-                            data, msg))
+    ASSERT_TRUE(LoadAgainst(
+        one,
+        "GAIN AA ELEV DPFU=0.5, 0.6 POLY=1.0 opacity_corrected /\n"
+        "TSYS AA FT=1.2 TIMEOFF=-120 INDEX='R1','L1' /\n  100 10:00.00 50 60\n100 10:01.00 51 61\n",
+        data, msg))
         << msg;
     AAntabTlsc* aa = Telescope(data, "AA");
-    EXPECT_EQ(D(aa->m_dpfu[1], aa->m_poly.count, aa->m_ft, aa->m_tsys.rows, aa->m_timeOff), D(0.5, 2, 1.0, 1, -120));
+    EXPECT_EQ(D(aa->m_dpfu[1], aa->m_poly.count, aa->m_ft, aa->m_tsys.rows, aa->m_timeOff),
+              D(0.5, 2, 1.0, 1, -120));
 }
 
 TEST(AntabCheckRules, ExplanationsNameTheStationAndTheCure) {
     AAntabCheck check;
     AAntabCheckResult r;
-    ASSERT_TRUE(check.CheckText("TSYS GB FT = 1.00 /\n275 19:36.55 0.0 0.0 89.5 111.7\n", "gb.antab", nullptr, r));
+    ASSERT_TRUE(
+        check.CheckText("TSYS GB FT = 1.00 /\n275 19:36.55 0.0 0.0 89.5 111.7\n", "gb.antab", nullptr, r));
     const AAntabFinding* f = FindCode(r, "no-gain");
     ASSERT_TRUE(f);
     EXPECT_EQ(f->todo, "give the gain with --gain GB=DPFU (--gain GB=1 when the Tsys values are SEFDs)");
-    EXPECT_EQ(FormatAntabFinding("gb.antab", *f).rfind("gb.antab:1: question [no-gain] GB: the TSYS block of GB", 0),
+    EXPECT_EQ(FormatAntabFinding("gb.antab", *f)
+                  .rfind("gb.antab:1: question [no-gain] GB: the TSYS block of GB", 0),
               0u);
     const AAntabFinding* p = FindCode(r, "parser-refuses");
     ASSERT_TRUE(p);
@@ -408,14 +428,18 @@ TEST(AntabCheckRules, DamagedTextsStopWithAReason) {
         bool stopped;
     } cases[] = {
         {"", "", false},
-        {kGainAA + "TSYS AA INDEX='R1','L1' /\nnan nan 1 2\n1e300 10:00.00 1 2\n100 99999999999999999999:00 1 2\n"
-                   "100 10:00.00 1 2\n100 10:00.00 abc 2\n100\n",
-         "error parser-refuses 0\nerror row-bad-time 4 AA\nwarning row-word 7 AA\nerror row-no-time 8 AA\n", true},
-        {kGainAA + "TSYS AA TIMEOFF=1e300 INDEX='R1','L1' /\n100 10:00.00 1 2\n", "loss parser-reads-otherwise 2 AA\n",
-         false},
+        {kGainAA +
+             "TSYS AA INDEX='R1','L1' /\nnan nan 1 2\n1e300 10:00.00 1 2\n100 99999999999999999999:00 1 2\n"
+             "100 10:00.00 1 2\n100 10:00.00 abc 2\n100\n",
+         "error parser-refuses 0\nerror row-bad-time 4 AA\nwarning row-word 7 AA\nerror row-no-time 8 AA\n",
+         true},
+        {kGainAA + "TSYS AA TIMEOFF=1e300 INDEX='R1','L1' /\n100 10:00.00 1 2\n",
+         "loss parser-reads-otherwise 2 AA\n", false},
         // The long line continues the GAIN block, which the parser then cannot read.
         {kGainAA + std::string(1100, 'x') + "\n",
-         "error parser-refuses 0\nerror parser-reads-otherwise 1 AA\nwarning no-tsys 1 AA\nerror line-too-long 2\n", true},
+         "error parser-refuses 0\nerror parser-reads-otherwise 1 AA\nwarning no-tsys 1 AA\nerror "
+         "line-too-long 2\n",
+         true},
         {"GAIN\nTSYS\n/\n",
          "error parser-refuses 0\nerror gain-no-name 1\nerror parser-reads-otherwise 2\nquestion no-index 2\n"
          "error tsys-no-station 2\n",
@@ -423,8 +447,8 @@ TEST(AntabCheckRules, DamagedTextsStopWithAReason) {
         // The parser takes a nameless station, which no antenna can match.
         {"GAIN\n/\n", "error gain-no-name 1\n", false},
         // A row before any TSYS line, which the normaliser cannot place: nothing is written.
-        {"GAIN AA ELEV /\n100 10:00.00 50\n", "error parser-refuses 0\nerror normalised-refused 0\nwarning no-tsys 1 AA\n",
-         true},
+        {"GAIN AA ELEV /\n100 10:00.00 50\n",
+         "error parser-refuses 0\nerror normalised-refused 0\nwarning no-tsys 1 AA\n", true},
     };
     for (const Case& c : cases) {
         AAntabCheck check;

@@ -17,6 +17,7 @@ const std::string kTmp = std::string(MEROVANE_TEST_TMP) + "/antab-check-tool-";
 
 std::string Slurp(const std::string& path) {
     std::ifstream in(path, std::ios::binary);
+    if (!in.is_open()) ADD_FAILURE() << "cannot open " << path;
     std::ostringstream text;
     text << in.rdbuf();
     return text.str();
@@ -30,7 +31,9 @@ int RunTool(const std::string& args, std::string& out) {
     return WIFEXITED(rc) ? WEXITSTATUS(rc) : -1;
 }
 
-bool Exists(const std::string& path) { return std::ifstream(path).good(); }
+bool Exists(const std::string& path) {
+    return std::ifstream(path).good();
+}
 
 TEST(AntabCheckTool, ExitCodesAndWrittenFile) {
     if (!Exists(kTool)) GTEST_SKIP() << "antab-check is not built";
@@ -49,7 +52,8 @@ TEST(AntabCheckTool, ExitCodesAndWrittenFile) {
         {kTmp + "missing.antab", 1, "Cannot read ANTAB file"},
         {kData + "gmva_c211a_ef.antab", 0, "0 error(s), 0 loss(es), 0 question(s)"},
         {kData + "eht2017_april_A.antab", 1, "error [gain-first] AP"},
-        {kData + "gmva_c212b_gb_tsysonly.antab -o " + fixed, 1, "not written: answer the question(s) above first"},
+        {kData + "gmva_c212b_gb_tsysonly.antab -o " + fixed, 1,
+         "not written: answer the question(s) above first"},
     };
     for (const Case& c : cases) {
         EXPECT_EQ(RunTool(c.args, out), c.code) << c.args << "\n" << out;
@@ -58,9 +62,11 @@ TEST(AntabCheckTool, ExitCodesAndWrittenFile) {
     EXPECT_FALSE(Exists(fixed));
 
     // Answered: written, and the same text as the library's.
-    ASSERT_EQ(RunTool(kData + "gmva_c212b_gb_tsysonly.antab --gain gb=1 --index \"GB='R1','R2','R3','R4'\" -o " + fixed,
-                  out),
-              0)
+    ASSERT_EQ(
+        RunTool(
+            kData + "gmva_c212b_gb_tsysonly.antab --gain gb=1 --index \"GB='R1','R2','R3','R4'\" -o " + fixed,
+            out),
+        0)
         << out;
     EXPECT_NE(out.find("change " + kData + "gmva_c212b_gb_tsysonly.antab:0: GAIN block from --gain"),
               std::string::npos)

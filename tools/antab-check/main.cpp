@@ -152,14 +152,15 @@ int main(int argc, char** argv) {
         std::printf("%s: not written: answer the question(s) above first\n", outPath);
     }
     std::printf("%s: %d error(s), %d loss(es), %d question(s), %d warning(s), %d note(s)\n", input,
-                result.Count("error"), result.Count("loss"), result.Count("question"), result.Count("warning"),
-                result.Count("note"));
+                result.Count("error"), result.Count("loss"), result.Count("question"),
+                result.Count("warning"), result.Count("note"));
 
     if (result.stopped) return 1;
     if (written) {
         // Errors that the rewrite cannot remove come from the observation.
         for (const AAntabFinding& f : result.findings)
-            if (f.kind == "error" && (f.code == "station-missing" || f.code == "index-hole" || f.code == "uvx-load"))
+            if (f.kind == "error" &&
+                (f.code == "station-missing" || f.code == "index-hole" || f.code == "uvx-load"))
                 return 1;
         return 0;
     }
