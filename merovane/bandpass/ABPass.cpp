@@ -184,6 +184,8 @@ void ABPass::ModifyAmpl(int tlsc, AArray<float>& spectrum, AArray<ABPCHRange>& r
             return;
         }
         if (range.last > lastIndex) continue;
+        // With nothing strictly between the ends no entry changes, and the ends need not exist.
+        if (static_cast<long long>(range.last) - range.first < 2) continue;
         const float first = spectrum[range.first];
         const float step = 1.0f / static_cast<float>(range.last - range.first);
         for (int k = range.first + 1; k <= range.last - 1; ++k)

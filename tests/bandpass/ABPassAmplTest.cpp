@@ -151,6 +151,7 @@ TEST(ModifyAmpl, RangesWorkInOrderOnTheirTelescopes) {
         {"a flat request for another telescope", {{-1, 0, 5}}, square},
         {"a later range sees the earlier", {{3, 7, 3}, {5, 9, 0}}, {0, 1, 4, 9, 19, 29, 42, 55, 68, 81}},
         {"first after last", {{7, 3, 0}}, square},
+        {"first beyond the spectrum, last inside", {{12, 5, 0}}, square},
     };
     for (const Case& c : cases) {
         SCOPED_TRACE(c.what);
