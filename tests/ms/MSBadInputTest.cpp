@@ -18,6 +18,7 @@ namespace {
 
 std::string Slurp(const std::string& path) {
     std::ifstream in(path, std::ios::binary);
+    if (!in.is_open()) ADD_FAILURE() << "cannot open " << path;
     return std::string((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
 }
 
@@ -197,9 +198,13 @@ TEST(MSBadInput, WhatUVXCannotHold) {
          },
          "row 3 holds DATA or FLAG of shape [2, 3], not [2, 4]"},
     };
+    // One export, a fresh copy of it damaged per case.
+    const std::string original = ExportedSet();
+    const std::string ms = MSTestPath("-damaged.ms");
     for (const ACase& c : cases) {
         SCOPED_TRACE(c.what);
-        const std::string ms = ExportedSet();
+        RemoveTree(ms);
+        std::filesystem::copy(original, ms, std::filesystem::copy_options::recursive);
         c.damage(ms);
         ExpectImportRefused(ms, c.message);
     }

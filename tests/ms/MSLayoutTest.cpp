@@ -48,8 +48,8 @@ TEST(MSLayout, MainRowsFollowTheRecordsBandByBand) {
             SCOPED_TRACE("record " + std::to_string(i) + " IF " + std::to_string(iIF));
             EXPECT_EQ(cols.time()(row), refSeconds + g.time);
             EXPECT_EQ(cols.timeCentroid()(row), refSeconds + g.time);
-            EXPECT_EQ(cols.interval()(row), c.header.intTime);
-            EXPECT_EQ(cols.exposure()(row), c.header.intTime);
+            EXPECT_EQ(cols.interval()(row), double(c.header.intTime));
+            EXPECT_EQ(cols.exposure()(row), double(c.header.intTime));
             EXPECT_EQ(cols.antenna1()(row), g.ant1 - 1);
             EXPECT_EQ(cols.antenna2()(row), g.ant2 - 1);
             EXPECT_EQ(cols.dataDescId()(row), iIF);
