@@ -78,8 +78,9 @@ struct MEROVANE_API AAntabCheckResult {
 // its first record and left at an unspecified place.
 class MEROVANE_API AAntabCheck {
 public:
-    // Checks the text of `name` (used in messages only). Returns false only for a UVX file whose
-    // tables or records cannot be read, with the reason in m_errMsg; findings go to `out`.
+    // Checks `text`; `name` is the caller's name for it (the findings carry line numbers only, and
+    // FormatAntabFinding puts the name in front). Returns false only for a UVX file whose tables or
+    // records cannot be read, with the reason in m_errMsg; findings go to `out`, replacing its content.
     bool CheckText(const std::string& text, const std::string& name, AUVXFile* uvx, AAntabCheckResult& out);
     // Reads `path` and checks it. False with m_errMsg "Cannot read ANTAB file <path>: <reason>" when
     // it cannot be read, or as CheckText.
