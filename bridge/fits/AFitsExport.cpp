@@ -27,16 +27,16 @@ const char* const kParamNames[kParams] = {"UU---SIN", "VV---SIN", "WW---SIN", "B
                                           "DATE",     "INTTIM",   "SOURCE",   "FREQSEL"};
 
 // A binary table defined column by column, then filled row by row with doubles or texts.
-struct AColumnSpec {
+struct AColumnDef {
     const char* name;
     std::string form;
     const char* unit;
 };
 
-bool createTable(AFitsFile& fits, const char* extname, long rows, const std::vector<AColumnSpec>& cols) {
+bool createTable(AFitsFile& fits, const char* extname, long rows, const std::vector<AColumnDef>& cols) {
     std::vector<char*> t, f, u;
     std::vector<std::string> forms;
-    for (const AColumnSpec& c : cols) forms.push_back(c.form);
+    for (const AColumnDef& c : cols) forms.push_back(c.form);
     for (std::size_t i = 0; i < cols.size(); ++i) {
         t.push_back(const_cast<char*>(cols[i].name));
         f.push_back(&forms[i][0]);
@@ -246,7 +246,7 @@ bool AFitsExport::Export(const char* in, const char* out) {
 
     // --- AIPS AN.
     {
-        std::vector<AColumnSpec> cols = {
+        std::vector<AColumnDef> cols = {
             {"ANNAME", "8A", ""}, {"STABXYZ", "3D", "METERS"}, {"ORBPARM", "0D", ""},
             {"NOSTA", "1J", ""},  {"MNTSTA", "1J", ""},        {"STAXOF", "1E", "METERS"},
             {"POLTYA", "1A", ""}, {"POLAA", "1E", "DEGREES"},  {"POLCALA", "0E", ""},
@@ -305,7 +305,7 @@ bool AFitsExport::Export(const char* in, const char* out) {
     // --- AIPS SU.
     if (AUVXTable* su = find(kLayoutSU.name)) {
         const std::string n = std::to_string(nIF);
-        std::vector<AColumnSpec> cols = {
+        std::vector<AColumnDef> cols = {
             {"ID. NO.", "1J", ""},        {"SOURCE", "16A", ""},       {"QUAL", "1J", ""},
             {"CALCODE", "4A", ""},        {"IFLUX", n + "E", "JY"},    {"QFLUX", n + "E", "JY"},
             {"UFLUX", n + "E", "JY"},     {"VFLUX", n + "E", "JY"},    {"FREQOFF", n + "D", "HZ"},
@@ -353,11 +353,11 @@ bool AFitsExport::Export(const char* in, const char* out) {
     // --- AIPS FQ.
     if (AUVXTable* fq = find(kLayoutFQ.name)) {
         const std::string n = std::to_string(nIF);
-        std::vector<AColumnSpec> cols = {{"FRQSEL", "1J", ""},
-                                         {"IF FREQ", n + "D", "HZ"},
-                                         {"CH WIDTH", n + "E", "HZ"},
-                                         {"TOTAL BANDWIDTH", n + "E", "HZ"},
-                                         {"SIDEBAND", n + "J", ""}};
+        std::vector<AColumnDef> cols = {{"FRQSEL", "1J", ""},
+                                        {"IF FREQ", n + "D", "HZ"},
+                                        {"CH WIDTH", n + "E", "HZ"},
+                                        {"TOTAL BANDWIDTH", n + "E", "HZ"},
+                                        {"SIDEBAND", n + "J", ""}};
         if (!createTable(fits, "AIPS FQ", fq->nRows, cols)) return failOut(fits.m_err);
         int c[5];
         for (int k = 0; k < 5; ++k) {
@@ -383,10 +383,10 @@ bool AFitsExport::Export(const char* in, const char* out) {
     }
     // --- AIPS NX from the scan list; TIME and TIME INTERVAL in double so that scan edges survive.
     if (sl != nullptr) {
-        std::vector<AColumnSpec> cols = {{"TIME", "1D", "DAYS"},  {"TIME INTERVAL", "1D", "DAYS"},
-                                         {"SOURCE ID", "1J", ""}, {"SUBARRAY", "1J", ""},
-                                         {"START VIS", "1J", ""}, {"END VIS", "1J", ""},
-                                         {"FREQ ID", "1J", ""}};
+        std::vector<AColumnDef> cols = {{"TIME", "1D", "DAYS"},  {"TIME INTERVAL", "1D", "DAYS"},
+                                        {"SOURCE ID", "1J", ""}, {"SUBARRAY", "1J", ""},
+                                        {"START VIS", "1J", ""}, {"END VIS", "1J", ""},
+                                        {"FREQ ID", "1J", ""}};
         if (!createTable(fits, "AIPS NX", sl->nRows, cols)) return failOut(fits.m_err);
         for (int r = 0; r < sl->nRows; ++r) {
             const double start = sl->GetDouble(r, kSLStart) / 86400.0,

@@ -25,8 +25,8 @@ namespace {
 const double kJD0 = 2458849.5;  // 2020-01-01 0h
 
 // A small standard file: COMPLEX(3) STOKES(nStokes) FREQ(2) IF(2) RA DEC, UU VV WW BASELINE DATE DATE.
-AUVFitsSpec StandardSpec(int nStokes) {
-    AUVFitsSpec s;
+AUVFitsPlan StandardPlan(int nStokes) {
+    AUVFitsPlan s;
     s.axes = {{"COMPLEX", 3, 1, 1, 1},  {"STOKES", nStokes, -1, -1, 1},
               {"FREQ", 2, 5e9, 1e6, 1}, {"IF", 2, 1, 1, 1},
               {"RA", 1, 10, 1, 1},      {"DEC", 1, 20, 1, 1}};
@@ -53,7 +53,7 @@ std::string ReadText(const std::string& path) {
 // FREQ before STOKES, no weights on the COMPLEX axis, ANTENNA1/ANTENNA2/SUBARRAY instead of BASELINE,
 // scaled u v w, no DATE-OBS (the reference day from the DATE offset), an SU table and SOURCE, a NaN.
 TEST(FitsInput, OtherAxisOrderAntennaParametersScalingAndNaN) {
-    AUVFitsSpec s;
+    AUVFitsPlan s;
     s.axes = {{"COMPLEX", 2, 1, 1, 1}, {"FREQ", 3, 8.4e9, 5e5, 2}, {"STOKES", 2, -1, -1, 1},
               {"IF", 2, 1, 1, 1},      {"RA---SIN", 1, 30, 1, 1},  {"DEC--SIN", 1, -40, 1, 1}};
     s.params = {{"UU", 1e-9}, {"VV", 1e-9},      {"WW", 1e-9}, {"ANTENNA1"}, {"ANTENNA2"},
@@ -133,7 +133,7 @@ TEST(FitsInput, OtherAxisOrderAntennaParametersScalingAndNaN) {
 
 // Integer data with BSCALE and BZERO, weights 0 and negative: flagged, never dropped.
 TEST(FitsInput, ScaledIntegersAndFlaggedWeights) {
-    AUVFitsSpec s = StandardSpec(1);
+    AUVFitsPlan s = StandardPlan(1);
     s.bitpix = 16;
     s.bscale = 0.5;
     s.bzero = 1.0;
@@ -171,7 +171,7 @@ TEST(FitsInput, ScaledIntegersAndFlaggedWeights) {
 // A file that holds no u v w geometry of its own handedness (no XYZHAND) keeps a right-handed reading
 // when the records cannot tell: here u v w are not the stations' geometry at all.
 TEST(FitsInput, NoXyzhandAndNoVerdictStaysRightHanded) {
-    AUVFitsSpec s = StandardSpec(2);
+    AUVFitsPlan s = StandardPlan(2);
     s.xyzhand = "";
     const std::string in = FitsTmpPath("nohand.uvfits"), out = FitsTmpPath("nohand.uvx");
     std::string error;
@@ -218,36 +218,36 @@ TEST(FitsInput, BadInputIsRefusedWithItsReasonAndLeavesNothing) {
         {"empty", "not a FITS file", [](const std::string& p, std::string&) { return WriteText(p, ""); }},
         {"nostokes", "the random groups have no STOKES axis",
          [](const std::string& p, std::string& e) {
-             AUVFitsSpec s = StandardSpec(1);
+             AUVFitsPlan s = StandardPlan(1);
              s.axes[1].type = "POL";
              s.axes[1].length = 1;
              return WriteUVFits(p, s, e);
          }},
         {"nine-stokes", "9 Stokes products; a UVX file holds 1 to 8",
-         [](const std::string& p, std::string& e) { return WriteUVFits(p, StandardSpec(9), e); }},
+         [](const std::string& p, std::string& e) { return WriteUVFits(p, StandardPlan(9), e); }},
         {"noan", "no AIPS AN table (the stations)",
          [](const std::string& p, std::string& e) {
-             AUVFitsSpec s = StandardSpec(1);
+             AUVFitsPlan s = StandardPlan(1);
              s.withAN = false;
              return WriteUVFits(p, s, e);
          }},
         {"nodate", "the random groups have no DATE parameter",
          [](const std::string& p, std::string& e) {
-             AUVFitsSpec s = StandardSpec(1);
+             AUVFitsPlan s = StandardPlan(1);
              s.params[4].name = "TIME";
              s.params[5].name = "TIME2";
              return WriteUVFits(p, s, e);
          }},
         {"truncated", "truncated or unreadable: the data end before group",
          [](const std::string& p, std::string& e) {
-             AUVFitsSpec s = StandardSpec(4);
+             AUVFitsPlan s = StandardPlan(4);
              s.gcount = 3000;
              s.truncateData = true;
              return WriteUVFits(p, s, e);
          }},
         {"antenna-65", "group 1: antenna numbers 1-65 outside 1..64",
          [](const std::string& p, std::string& e) {
-             AUVFitsSpec s = StandardSpec(1);
+             AUVFitsPlan s = StandardPlan(1);
              s.fill = [](long, std::vector<double>& pr, std::vector<double>& d) {
                  pr = {0, 0, 0, 256 + 65, 0.5, 0};
                  for (double& x : d) x = 1;

@@ -67,84 +67,84 @@ struct AWriter {
 
 }  // namespace
 
-bool WriteUVFits(const std::string& path, const AUVFitsSpec& spec, std::string& error) {
+bool WriteUVFits(const std::string& path, const AUVFitsPlan& plan, std::string& error) {
     AWriter w;
     const std::string name = "!" + path;
     fits_create_file(&w.f, name.c_str(), &w.status);
     if (!w.ok(error, "create")) return false;
     std::vector<long> naxes = {0};
     long nData = 1;
-    for (const auto& a : spec.axes) {
+    for (const auto& a : plan.axes) {
         naxes.push_back(a.length);
         nData *= a.length;
     }
-    fits_write_grphdr(w.f, TRUE, spec.bitpix, static_cast<int>(naxes.size()), naxes.data(),
-                      static_cast<long>(spec.params.size()), spec.gcount, TRUE, &w.status);
-    for (std::size_t j = 0; j < spec.axes.size(); ++j) {
+    fits_write_grphdr(w.f, TRUE, plan.bitpix, static_cast<int>(naxes.size()), naxes.data(),
+                      static_cast<long>(plan.params.size()), plan.gcount, TRUE, &w.status);
+    for (std::size_t j = 0; j < plan.axes.size(); ++j) {
         char k[32];
         std::snprintf(k, sizeof k, "CTYPE%zu", j + 2);
-        w.key(k, spec.axes[j].type);
+        w.key(k, plan.axes[j].type);
         std::snprintf(k, sizeof k, "CRVAL%zu", j + 2);
-        w.key(k, spec.axes[j].crval);
+        w.key(k, plan.axes[j].crval);
         std::snprintf(k, sizeof k, "CDELT%zu", j + 2);
-        w.key(k, spec.axes[j].cdelt);
+        w.key(k, plan.axes[j].cdelt);
         std::snprintf(k, sizeof k, "CRPIX%zu", j + 2);
-        w.key(k, spec.axes[j].crpix);
+        w.key(k, plan.axes[j].crpix);
     }
-    for (std::size_t p = 0; p < spec.params.size(); ++p) {
+    for (std::size_t p = 0; p < plan.params.size(); ++p) {
         char k[32];
         std::snprintf(k, sizeof k, "PTYPE%zu", p + 1);
-        w.key(k, spec.params[p].name);
+        w.key(k, plan.params[p].name);
         std::snprintf(k, sizeof k, "PSCAL%zu", p + 1);
-        w.key(k, spec.params[p].scale);
+        w.key(k, plan.params[p].scale);
         std::snprintf(k, sizeof k, "PZERO%zu", p + 1);
-        w.key(k, spec.params[p].zero);
+        w.key(k, plan.params[p].zero);
     }
-    if (spec.bscale != 1.0 || spec.bzero != 0.0) {
-        w.key("BSCALE", spec.bscale);
-        w.key("BZERO", spec.bzero);
+    if (plan.bscale != 1.0 || plan.bzero != 0.0) {
+        w.key("BSCALE", plan.bscale);
+        w.key("BZERO", plan.bzero);
         // cfitsio would apply them to what we write; the test gives raw values.
         fits_set_bscale(w.f, 1.0, 0.0, &w.status);
     }
-    if (!spec.dateObs.empty()) w.key("DATE-OBS", spec.dateObs);
-    w.key("OBJECT", spec.object);
+    if (!plan.dateObs.empty()) w.key("DATE-OBS", plan.dateObs);
+    w.key("OBJECT", plan.object);
     w.key("TELESCOP", std::string("TESTARR"));
     fits_set_bscale(w.f, 1.0, 0.0, &w.status);
-    std::vector<double> params(spec.params.size()), data(static_cast<std::size_t>(nData));
-    for (long g = 0; g < spec.gcount && w.status == 0; ++g) {
-        spec.fill(g, params, data);
+    std::vector<double> params(plan.params.size()), data(static_cast<std::size_t>(nData));
+    for (long g = 0; g < plan.gcount && w.status == 0; ++g) {
+        plan.fill(g, params, data);
         fits_write_grppar_dbl(w.f, g + 1, 1, static_cast<long>(params.size()), params.data(), &w.status);
         fits_write_img_dbl(w.f, g + 1, 1, nData, data.data(), &w.status);
     }
     if (!w.ok(error, "groups")) return false;
-    if (spec.withAN) {
-        w.table("AIPS AN", static_cast<long>(spec.stations.size()),
+    if (plan.withAN) {
+        w.table("AIPS AN", static_cast<long>(plan.stations.size()),
                 {{"ANNAME", "8A"}, {"STABXYZ", "3D", "METERS"}, {"NOSTA", "1J"}});
-        for (std::size_t r = 0; r < spec.stations.size(); ++r) {
-            w.putText(1, r + 1, spec.stations[r].name);
-            w.put(2, r + 1, {spec.stations[r].x, spec.stations[r].y, spec.stations[r].z});
-            w.put(3, r + 1, spec.stations[r].id);
+        for (std::size_t r = 0; r < plan.stations.size(); ++r) {
+            w.putText(1, r + 1, plan.stations[r].name);
+            w.put(2, r + 1, {plan.stations[r].x, plan.stations[r].y, plan.stations[r].z});
+            w.put(3, r + 1, plan.stations[r].id);
         }
         w.keyInt("EXTVER", 1);
-        if (!spec.xyzhand.empty()) w.key("XYZHAND", spec.xyzhand);
+        if (!plan.xyzhand.empty()) w.key("XYZHAND", plan.xyzhand);
     }
-    if (spec.withFQ) {
-        const std::string n = std::to_string(spec.nIF);
+    if (plan.withFQ) {
+        const std::string n = std::to_string(plan.nIF);
         w.table("AIPS FQ", 1,
                 {{"FRQSEL", "1J"},
                  {"IF FREQ", n + "D"},
                  {"CH WIDTH", n + "E"},
                  {"TOTAL BANDWIDTH", n + "E"},
                  {"SIDEBAND", n + "J"}});
-        std::vector<double> f(spec.nIF), cw(spec.nIF, 1e6), bw(spec.nIF, 8e6), sb(spec.nIF, 1);
-        for (int i = 0; i < spec.nIF; ++i) f[i] = spec.ifFreq.empty() ? i * 8e6 : spec.ifFreq[i];
+        std::vector<double> f(plan.nIF), cw(plan.nIF, 1e6), bw(plan.nIF, 8e6), sb(plan.nIF, 1);
+        for (int i = 0; i < plan.nIF; ++i) f[i] = plan.ifFreq.empty() ? i * 8e6 : plan.ifFreq[i];
         w.put(1, 1, 1);
         w.put(2, 1, f);
         w.put(3, 1, cw);
         w.put(4, 1, bw);
         w.put(5, 1, sb);
     }
-    if (spec.withSU) {
+    if (plan.withSU) {
         w.table("AIPS SU", 2, {{"ID. NO.", "1J"}, {"SOURCE", "16A"}, {"RAEPO", "1D"}, {"DECEPO", "1D"}});
         w.put(1, 1, 3);
         w.putText(2, 1, "FIRST");
@@ -157,7 +157,7 @@ bool WriteUVFits(const std::string& path, const AUVFitsSpec& spec, std::string& 
     }
     fits_close_file(w.f, &w.status);
     if (!w.ok(error, "close")) return false;
-    if (spec.truncateData) {
+    if (plan.truncateData) {
         std::ifstream in(path, std::ios::binary);
         std::string bytes((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
         in.close();

@@ -13,12 +13,12 @@ bool FitsFileExists(const std::string& path);
 void FitsRemove(const std::string& path);
 
 // A random-group file described axis by axis and parameter by parameter.
-struct AUVFitsAxisSpec {
+struct AUVFitsAxisPlan {
     std::string type;
     long length;
     double crval, cdelt, crpix;
 };
-struct AUVFitsParamSpec {
+struct AUVFitsParamPlan {
     std::string name;
     double scale = 1.0;
     double zero = 0.0;
@@ -28,10 +28,10 @@ struct AUVFitsStation {
     int id;
     double x, y, z;
 };
-struct AUVFitsSpec {
+struct AUVFitsPlan {
     int bitpix = -32;
-    std::vector<AUVFitsAxisSpec> axes;  // FITS axes 2.. in order
-    std::vector<AUVFitsParamSpec> params;
+    std::vector<AUVFitsAxisPlan> axes;  // FITS axes 2.. in order
+    std::vector<AUVFitsParamPlan> params;
     long gcount = 0;
     // Fills the raw (stored) parameters and data values of group g (from 0).
     std::function<void(long g, std::vector<double>& params, std::vector<double>& data)> fill;
@@ -48,8 +48,8 @@ struct AUVFitsSpec {
     bool withSU = false;
     bool truncateData = false;  // cut the file inside the data unit
 };
-// Writes `spec` to `path`; false with `error`.
-bool WriteUVFits(const std::string& path, const AUVFitsSpec& spec, std::string& error);
+// Writes `plan` to `path`; false with `error`.
+bool WriteUVFits(const std::string& path, const AUVFitsPlan& plan, std::string& error);
 
 // A FITS-IDI file carrying the records and tables of a UVX file (as the simulator writes it) in the
 // layout correlators produce: ARRAY_GEOMETRY, ANTENNA (NO_LEVELS from the AI table), SOURCE,
