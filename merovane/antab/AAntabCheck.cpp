@@ -518,8 +518,8 @@ void Checker::readGain(Segment& s) {
         }
         if (!IsKeyword(key)) {
             g.obs.push_back({tk[p].line, "unknown-word", "note",
-                             "the word " + key + " means nothing to the parser and is passed over", "removed",
-                             ""});
+                             "the word " + key + " means nothing to the parser and is passed over",
+                             "none: it goes only where the block is rewritten for another reason", ""});
             ++p;
             continue;
         }
@@ -606,8 +606,8 @@ void Checker::readTsys(Segment& s) {
         }
         if (!IsKeyword(key)) {
             t.obs.push_back({tk[p].line, "unknown-word", "note",
-                             "the word " + key + " means nothing to the parser and is passed over", "removed",
-                             ""});
+                             "the word " + key + " means nothing to the parser and is passed over",
+                             "none: it goes only where the block is rewritten for another reason", ""});
             ++p;
             continue;
         }

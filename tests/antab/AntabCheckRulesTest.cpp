@@ -183,6 +183,17 @@ std::vector<RuleCase> Cases() {
              ASSERT_EQ(Telescope(d, "AA")->m_poly.count, 1);
              EXPECT_EQ(Telescope(d, "AA")->m_poly[0], 1.0);
          }},
+        {"StrayWordPassedOver",
+         "GAIN AA ELEV DPFU=0.5 POLY=1.0 / measured\nTSYS AA INDEX='R1','L1' /\n100 10:00.00 50 60\n/\n",
+         none,
+         "note unknown-word 1 AA\n",
+         "GAIN AA ELEV DPFU=0.5 POLY=1.0 / measured\nTSYS AA INDEX='R1','L1' /\n100 10:00.00 50 60\n/\n",
+         {"AA"},
+         1,
+         [](AAntabData& d, const CheckObservation&) {
+             ASSERT_EQ(Telescope(d, "AA")->m_poly.count, 1);
+             EXPECT_EQ(Telescope(d, "AA")->m_dpfu[1], 0.5);
+         }},
         {"TimeOffAppliedToTheRows",
          kGainAA +
              "TSYS AA TIMEOFF=-120 FT=1.0 INDEX='R1','L1' /\n100 00:01.00 50 60\n100 10:00.50 55 65\n/\n",
