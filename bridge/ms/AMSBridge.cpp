@@ -23,9 +23,9 @@ namespace fs = std::filesystem;
 namespace {
 
 // The subtables a Measurement Set must have (MAIN keywords naming tables).
-const char* const kRequiredSubtables[] = {"ANTENNA", "DATA_DESCRIPTION", "FEED",           "FIELD",
-                                          "FLAG_CMD", "HISTORY",          "OBSERVATION",    "POINTING",
-                                          "POLARIZATION", "PROCESSOR",    "SPECTRAL_WINDOW", "STATE"};
+const char* const kRequiredSubtables[] = {
+    "ANTENNA",     "DATA_DESCRIPTION", "FEED",         "FIELD",     "FLAG_CMD",        "HISTORY",
+    "OBSERVATION", "POINTING",         "POLARIZATION", "PROCESSOR", "SPECTRAL_WINDOW", "STATE"};
 
 void RemoveQuietly(const std::string& path) {
     std::error_code ec;
@@ -37,7 +37,8 @@ void RemoveQuietly(const std::string& path) {
 bool AMSBridge::IsMeasurementSet(const char* path) {
     try {
         std::error_code ec;
-        if (path == nullptr || !fs::is_directory(path, ec) || !casacore::Table::isReadable(path)) return false;
+        if (path == nullptr || !fs::is_directory(path, ec) || !casacore::Table::isReadable(path))
+            return false;
         return casacore::TableUtil::tableInfo(path).type() == "Measurement Set";
     } catch (const std::exception&) {
         return false;
@@ -105,7 +106,8 @@ bool AMSBridge::ImportMS(const char* msPath, const char* uvxPath) {
         for (const char* name : kRequiredSubtables) {
             const bool defined = main.keywordSet().isDefined(name);
             if (!defined || !casacore::Table::isReadable(in + "/" + name)) {
-                m_errMsg = CString(msPath) + ": is not a complete Measurement Set: subtable " + name + " is missing";
+                m_errMsg =
+                    CString(msPath) + ": is not a complete Measurement Set: subtable " + name + " is missing";
                 return false;
             }
         }

@@ -46,10 +46,12 @@ bool ReadTables(AUVXFile& in, const char* uvxName, std::vector<std::unique_ptr<A
                 CString& error) {
     const AArray<std::int64_t>& positions = in.TablePositions();
     for (int i = 0; i < positions.count; ++i) {
-        if (!in.Seek(positions[i])) return Fail(error, uvxName, "cannot reach its table " + std::to_string(i + 1));
+        if (!in.Seek(positions[i]))
+            return Fail(error, uvxName, "cannot reach its table " + std::to_string(i + 1));
         auto table = std::make_unique<AUVXTable>(*in.file);
         if (!table->IsValid())
-            return Fail(error, uvxName, "table " + std::to_string(i + 1) + ": " + table->m_errMsg.GetString());
+            return Fail(error, uvxName,
+                        "table " + std::to_string(i + 1) + ": " + table->m_errMsg.GetString());
         tables.push_back(std::move(table));
     }
     return true;
@@ -90,13 +92,15 @@ bool AMSExport::Write(AUVXFile& in, const char* uvxName, const std::string& msPa
     if (!ReadTables(in, uvxName, tables, error)) return false;
     AUVXTable* anTable = FindTable(tables, "AN");
     AUVXAntenns antennas;
-    if (anTable == nullptr) return Fail(error, uvxName, "no AN table: the Measurement Set needs the stations");
+    if (anTable == nullptr)
+        return Fail(error, uvxName, "no AN table: the Measurement Set needs the stations");
     if (!antennas.Init(*anTable)) return Fail(error, uvxName, "the AN table lacks ANNAME, STABXYZ or NOSTA");
     int antennaRows = 0;
     for (int i = 0; i < antennas.count; ++i) {
         const int id = antennas[i].id;
         if (id < 1 || id > kMSMaxAntennas)
-            return Fail(error, uvxName, "the AN table holds telescope ID " + std::to_string(id) + " outside 1..64");
+            return Fail(error, uvxName,
+                        "the AN table holds telescope ID " + std::to_string(id) + " outside 1..64");
         antennaRows = std::max(antennaRows, id);
     }
 
@@ -129,7 +133,8 @@ bool AMSExport::Write(AUVXFile& in, const char* uvxName, const std::string& msPa
 
     AUVXSkanList scans;
     AUVXTable* slTable = FindTable(tables, "SL");
-    if (slTable != nullptr && !scans.Create(*slTable)) return Fail(error, uvxName, "the SL table lacks START or END");
+    if (slTable != nullptr && !scans.Create(*slTable))
+        return Fail(error, uvxName, "the SL table lacks START or END");
 
     // MAIN with the required columns, DATA and WEIGHT_SPECTRUM; the required subtables and SOURCE.
     TableDesc desc = MS::requiredTableDesc();
@@ -169,21 +174,25 @@ bool AMSExport::Write(AUVXFile& in, const char* uvxName, const std::string& msPa
         const std::string where = "record " + std::to_string(record);
         int field = 0;
         if (haveSources && (field = sources.IndexForID(group.sourceId)) < 0)
-            return Fail(error, uvxName, where + " has source ID " + std::to_string(group.sourceId) +
-                                            ", which the SU table lacks");
+            return Fail(
+                error, uvxName,
+                where + " has source ID " + std::to_string(group.sourceId) + ", which the SU table lacks");
         int setupRow = 0;
         if (!fq.rows.empty() && (setupRow = fq.GetFreqSelNum(group.freqId)) < 0)
-            return Fail(error, uvxName, where + " has frequency setup " + std::to_string(group.freqId) +
-                                            ", which the FQ table lacks");
+            return Fail(error, uvxName,
+                        where + " has frequency setup " + std::to_string(group.freqId) +
+                            ", which the FQ table lacks");
         if (antennas.IndexForID(group.ant1) < 0 || antennas.IndexForID(group.ant2) < 0)
-            return Fail(error, uvxName, where + " has stations " + std::to_string(group.ant1) + " and " +
-                                            std::to_string(group.ant2) + ", not both in the AN table");
+            return Fail(error, uvxName,
+                        where + " has stations " + std::to_string(group.ant1) + " and " +
+                            std::to_string(group.ant2) + ", not both in the AN table");
         const double time = refDaySeconds + group.time;
         if (record == 1) firstTime = time;
         firstTime = std::min(firstTime, time);
         lastTime = std::max(lastTime, time);
         // Scans follow each other in time, like the records: the last match is tried first.
-        if (scan < 0 || scan >= scans.count || group.time < scans[scan].start || group.time > scans[scan].end) {
+        if (scan < 0 || scan >= scans.count || group.time < scans[scan].start ||
+            group.time > scans[scan].end) {
             scan = -1;
             for (int s = 0; s < scans.count; ++s)
                 if (group.time >= scans[s].start && group.time <= scans[s].end) {
@@ -207,7 +216,8 @@ bool AMSExport::Write(AUVXFile& in, const char* uvxName, const std::string& msPa
                     sum += std::fabs(e.wt);
                 }
                 weight[p] = static_cast<Float>(sum / nChan);
-                sigma[p] = weight[p] > 0 ? static_cast<Float>(1.0 / std::sqrt(static_cast<double>(weight[p]))) : 0.0f;
+                sigma[p] = weight[p] > 0 ? static_cast<Float>(1.0 / std::sqrt(static_cast<double>(weight[p])))
+                                         : 0.0f;
             }
             cols.time().put(row, time);
             cols.timeCentroid().put(row, time);
@@ -345,8 +355,9 @@ bool AMSExport::Write(AUVXFile& in, const char* uvxName, const std::string& msPa
     ms.field().addRow(nFields);
     ms.source().addRow(nFields);
     for (int f = 0; f < nFields; ++f) {
-        const String name = haveSources ? String(sources[f].Name().GetString())
-                                        : String(AUVXHeader::Text(header.object, sizeof header.object).GetString());
+        const String name = haveSources
+                                ? String(sources[f].Name().GetString())
+                                : String(AUVXHeader::Text(header.object, sizeof header.object).GetString());
         const int id = haveSources ? sources[f].id : 1;
         const Vector<Double> dir =
             haveSources ? Direction(sources[f].ra, sources[f].dec) : Direction(header.objRA, header.objDec);

@@ -76,17 +76,31 @@ void AMSExtraTables::Write(Table& parent, const std::string& parentPath, const A
         const AXTblFormat format = table.ParseFormat(c);
         const String colName(table.ColumnName(c).GetString());
         switch (format.type) {
-            case 'A': desc.addColumn(ScalarColumnDesc<String>(colName)); break;
-            case 'L': AddNumberColumn<uChar>(desc, colName, format.count); break;
-            case 'I': AddNumberColumn<Short>(desc, colName, format.count); break;
-            case 'J': AddNumberColumn<Int>(desc, colName, format.count); break;
-            case 'E': AddNumberColumn<Float>(desc, colName, format.count); break;
-            default: AddNumberColumn<Double>(desc, colName, format.count); break;
+            case 'A':
+                desc.addColumn(ScalarColumnDesc<String>(colName));
+                break;
+            case 'L':
+                AddNumberColumn<uChar>(desc, colName, format.count);
+                break;
+            case 'I':
+                AddNumberColumn<Short>(desc, colName, format.count);
+                break;
+            case 'J':
+                AddNumberColumn<Int>(desc, colName, format.count);
+                break;
+            case 'E':
+                AddNumberColumn<Float>(desc, colName, format.count);
+                break;
+            default:
+                AddNumberColumn<Double>(desc, colName, format.count);
+                break;
         }
         TableRecord& keys = desc.rwColumnDesc(colName).rwKeywordSet();
         keys.define("UVX_TYPE", String(1, format.type));
         keys.define("UVX_REPEAT", Int(format.count));
-        keys.define("UVX_UNIT", String(AUVXHeader::Text(table.columns[c].unit, sizeof table.columns[c].unit).GetString()));
+        keys.define(
+            "UVX_UNIT",
+            String(AUVXHeader::Text(table.columns[c].unit, sizeof table.columns[c].unit).GetString()));
     }
     SetupNewTable setup(parentPath + "/" + key, desc, Table::New);
     Table sub(setup, table.nRows);
@@ -100,11 +114,21 @@ void AMSExtraTables::Write(Table& parent, const std::string& parentPath, const A
                 for (int r = 0; r < table.nRows; ++r) column.put(r, String(table.GetText(r, c).GetString()));
                 break;
             }
-            case 'L': PutNumberColumn<uChar>(sub, table, c, format.count); break;
-            case 'I': PutNumberColumn<Short>(sub, table, c, format.count); break;
-            case 'J': PutNumberColumn<Int>(sub, table, c, format.count); break;
-            case 'E': PutNumberColumn<Float>(sub, table, c, format.count); break;
-            default: PutNumberColumn<Double>(sub, table, c, format.count); break;
+            case 'L':
+                PutNumberColumn<uChar>(sub, table, c, format.count);
+                break;
+            case 'I':
+                PutNumberColumn<Short>(sub, table, c, format.count);
+                break;
+            case 'J':
+                PutNumberColumn<Int>(sub, table, c, format.count);
+                break;
+            case 'E':
+                PutNumberColumn<Float>(sub, table, c, format.count);
+                break;
+            default:
+                PutNumberColumn<Double>(sub, table, c, format.count);
+                break;
         }
     }
     TableRecord& keys = sub.rwKeywordSet();
@@ -153,7 +177,8 @@ bool AMSExtraTables::ReadAll(const Table& parent, std::vector<std::unique_ptr<AU
             const String unit = colKeys.isDefined("UVX_UNIT") ? colKeys.asString("UVX_UNIT") : String();
             if (type.size() != 1 ||
                 table->AddColumn(colName.c_str(), type[0], colKeys.asInt("UVX_REPEAT"), unit.c_str()) < 0) {
-                error = CString(("column " + colName + " of subtable " + key + ": ").c_str()) + table->m_errMsg;
+                error =
+                    CString(("column " + colName + " of subtable " + key + ": ").c_str()) + table->m_errMsg;
                 return false;
             }
         }
@@ -168,15 +193,25 @@ bool AMSExtraTables::ReadAll(const Table& parent, std::vector<std::unique_ptr<AU
                     for (int r = 0; r < table->nRows; ++r) table->SetText(r, c, column(r).c_str());
                     break;
                 }
-                case 'L': ok = GetNumberColumn<uChar>(sub, *table, c, colName, format.count); break;
-                case 'I': ok = GetNumberColumn<Short>(sub, *table, c, colName, format.count); break;
-                case 'J': ok = GetNumberColumn<Int>(sub, *table, c, colName, format.count); break;
-                case 'E': ok = GetNumberColumn<Float>(sub, *table, c, colName, format.count); break;
-                default: ok = GetNumberColumn<Double>(sub, *table, c, colName, format.count); break;
+                case 'L':
+                    ok = GetNumberColumn<uChar>(sub, *table, c, colName, format.count);
+                    break;
+                case 'I':
+                    ok = GetNumberColumn<Short>(sub, *table, c, colName, format.count);
+                    break;
+                case 'J':
+                    ok = GetNumberColumn<Int>(sub, *table, c, colName, format.count);
+                    break;
+                case 'E':
+                    ok = GetNumberColumn<Float>(sub, *table, c, colName, format.count);
+                    break;
+                default:
+                    ok = GetNumberColumn<Double>(sub, *table, c, colName, format.count);
+                    break;
             }
             if (!ok) {
-                error = CString(("column " + colName + " of subtable " + key + " has cells of another length")
-                                    .c_str());
+                error = CString(
+                    ("column " + colName + " of subtable " + key + " has cells of another length").c_str());
                 return false;
             }
         }
@@ -184,11 +219,20 @@ bool AMSExtraTables::ReadAll(const Table& parent, std::vector<std::unique_ptr<AU
             const String kwName = keys.name(k);
             if (kwName == "UVX_NAME" || kwName == "UVX_COLUMNS") continue;
             switch (keys.type(k)) {
-                case TpInt64: table->SetKeyword(kwName.c_str(), static_cast<std::int64_t>(keys.asInt64(k))); break;
-                case TpInt: table->SetKeyword(kwName.c_str(), static_cast<std::int64_t>(keys.asInt(k))); break;
-                case TpDouble: table->SetKeyword(kwName.c_str(), keys.asDouble(k)); break;
-                case TpString: table->SetKeyword(kwName.c_str(), keys.asString(k).c_str()); break;
-                default: break;
+                case TpInt64:
+                    table->SetKeyword(kwName.c_str(), static_cast<std::int64_t>(keys.asInt64(k)));
+                    break;
+                case TpInt:
+                    table->SetKeyword(kwName.c_str(), static_cast<std::int64_t>(keys.asInt(k)));
+                    break;
+                case TpDouble:
+                    table->SetKeyword(kwName.c_str(), keys.asDouble(k));
+                    break;
+                case TpString:
+                    table->SetKeyword(kwName.c_str(), keys.asString(k).c_str());
+                    break;
+                default:
+                    break;
             }
         }
         tables.push_back(std::move(table));

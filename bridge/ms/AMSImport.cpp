@@ -60,8 +60,7 @@ bool ExtraRefDay(const std::vector<std::unique_ptr<AUVXTable>>& extras, long& re
 bool AMSImport::Read(const std::string& msPath, AUVXFile& out, CString& error) {
     const MeasurementSet ms(msPath, Table::Old);
     const MSColumns cols(ms);
-    if (!ms.tableDesc().isColumn("DATA"))
-        return Fail(error, msPath, "has no DATA column");
+    if (!ms.tableDesc().isColumn("DATA")) return Fail(error, msPath, "has no DATA column");
     const rownr_t nRows = ms.nrow();
     if (nRows == 0) return Fail(error, msPath, "has no rows in MAIN");
     if (nRows > static_cast<rownr_t>(1) << 40) return Fail(error, msPath, "has more rows than UVX can hold");
@@ -82,8 +81,9 @@ bool AMSImport::Read(const std::string& msPath, AUVXFile& out, CString& error) {
     std::vector<bool> ddUsed(nDD, false);
     for (rownr_t r = 0; r < nRows; ++r) {
         if (ddIds[r] < 0 || ddIds[r] >= nDD)
-            return Fail(error, msPath, "row " + std::to_string(r) + " has DATA_DESC_ID " + std::to_string(ddIds[r]) +
-                                           ", which DATA_DESCRIPTION lacks");
+            return Fail(error, msPath,
+                        "row " + std::to_string(r) + " has DATA_DESC_ID " + std::to_string(ddIds[r]) +
+                            ", which DATA_DESCRIPTION lacks");
         ddUsed[ddIds[r]] = true;
     }
     const MSDataDescColumns& dd = cols.dataDescription();
@@ -100,23 +100,26 @@ bool AMSImport::Read(const std::string& msPath, AUVXFile& out, CString& error) {
         if (!ddUsed[d]) continue;
         const int s = dd.spectralWindowId()(d), p = dd.polarizationId()(d);
         if (s < 0 || s >= nSpw || p < 0 || p >= nPol)
-            return Fail(error, msPath, "data description " + std::to_string(d) +
-                                           " names a spectral window or polarisation that is missing");
+            return Fail(error, msPath,
+                        "data description " + std::to_string(d) +
+                            " names a spectral window or polarisation that is missing");
         const Vector<Int> types = pol.corrType()(p);
         if (corrTypes.empty()) {
             corrTypes.resize(types.size());
             corrTypes = types;
         } else if (types.size() != corrTypes.size() || !allEQ(types, corrTypes)) {
-            return Fail(error, msPath, "data descriptions with different correlation products: UVX holds one set of "
-                                       "products for every IF band");
+            return Fail(error, msPath,
+                        "data descriptions with different correlation products: UVX holds one set of "
+                        "products for every IF band");
         }
         const int chans = spw.numChan()(s);
         if (nChan < 0) {
             nChan = chans;
             firstSpw = s;
         } else if (chans != nChan) {
-            return Fail(error, msPath, "spectral windows of different channel counts (" + std::to_string(nChan) +
-                                           " and " + std::to_string(chans) + "): UVX holds one count for every IF band");
+            return Fail(error, msPath,
+                        "spectral windows of different channel counts (" + std::to_string(nChan) + " and " +
+                            std::to_string(chans) + "): UVX holds one count for every IF band");
         }
         const int value = spw.freqGroup()(s);
         auto it = std::find(groupValues.begin(), groupValues.end(), value);
@@ -137,22 +140,25 @@ bool AMSImport::Read(const std::string& msPath, AUVXFile& out, CString& error) {
     const int nIF = static_cast<int>(groups[0].size());
     for (const auto& g : groups)
         if (static_cast<int>(g.size()) != nIF)
-            return Fail(error, msPath, "frequency groups of different numbers of spectral windows (" +
-                                           std::to_string(nIF) + " and " + std::to_string(g.size()) +
-                                           "): UVX holds one number of IF bands for every setup");
+            return Fail(error, msPath,
+                        "frequency groups of different numbers of spectral windows (" + std::to_string(nIF) +
+                            " and " + std::to_string(g.size()) +
+                            "): UVX holds one number of IF bands for every setup");
     if (nIF > 32767) return Fail(error, msPath, "more than 32767 spectral windows in a frequency group");
     if (groups.size() > 127) return Fail(error, msPath, "more than 127 frequency groups");
     // FRQSEL numbers: the groups' own where they fit a record's byte, else 1.. in order.
     std::vector<int> freqSel(groups.size());
     bool groupNumbersFit = true;
     for (int v : groupValues) groupNumbersFit = groupNumbersFit && v >= 1 && v <= 127;
-    for (std::size_t g = 0; g < groups.size(); ++g) freqSel[g] = groupNumbersFit ? groupValues[g] : static_cast<int>(g) + 1;
+    for (std::size_t g = 0; g < groups.size(); ++g)
+        freqSel[g] = groupNumbersFit ? groupValues[g] : static_cast<int>(g) + 1;
     std::int16_t products[kMSMaxProducts] = {};
     for (int p = 0; p < nCorr; ++p) {
         products[p] = static_cast<std::int16_t>(MSProductOfCorrType(corrTypes[p]));
         if (products[p] == 0)
-            return Fail(error, msPath, "correlation type " + std::to_string(corrTypes[p]) +
-                                           " has no UVX product code (RR LL RL LR XX YY XY YX have)");
+            return Fail(error, msPath,
+                        "correlation type " + std::to_string(corrTypes[p]) +
+                            " has no UVX product code (RR LL RL LR XX YY XY YX have)");
     }
 
     // Antennas: telescope ID = row + 1, so no more rows than UVX numbers may be used.
@@ -160,8 +166,9 @@ bool AMSImport::Read(const std::string& msPath, AUVXFile& out, CString& error) {
     for (rownr_t r = 0; r < nRows; ++r) {
         const int hi = std::max(ant1[r], ant2[r]), lo = std::min(ant1[r], ant2[r]);
         if (lo < 0 || hi >= nAnt)
-            return Fail(error, msPath, "row " + std::to_string(r) + " names antenna " + std::to_string(hi) +
-                                           ", which ANTENNA lacks");
+            return Fail(error, msPath,
+                        "row " + std::to_string(r) + " names antenna " + std::to_string(hi) +
+                            ", which ANTENNA lacks");
         if (hi >= kMSMaxAntennas)
             return Fail(error, msPath, "antenna " + std::to_string(hi) + " in use: UVX numbers 64 stations");
     }
@@ -171,8 +178,9 @@ bool AMSImport::Read(const std::string& msPath, AUVXFile& out, CString& error) {
     const int nField = static_cast<int>(ms.field().nrow());
     for (rownr_t r = 0; r < nRows; ++r)
         if (fieldIds[r] < 0 || fieldIds[r] >= nField)
-            return Fail(error, msPath, "row " + std::to_string(r) + " has FIELD_ID " + std::to_string(fieldIds[r]) +
-                                           ", which FIELD lacks");
+            return Fail(error, msPath,
+                        "row " + std::to_string(r) + " has FIELD_ID " + std::to_string(fieldIds[r]) +
+                            ", which FIELD lacks");
     std::vector<int> sourceIds(nField);
     bool idsFit = true;
     for (int f = 0; f < nField; ++f) {
@@ -213,12 +221,14 @@ bool AMSImport::Read(const std::string& msPath, AUVXFile& out, CString& error) {
         auto it = index.find(key);
         if (it == index.end()) {
             it = index.emplace(key, records.size()).first;
-            records.push_back({times[r], ant1[r], ant2[r], fieldIds[r], ddGroup[d], std::vector<std::int64_t>(nIF, -1)});
+            records.push_back(
+                {times[r], ant1[r], ant2[r], fieldIds[r], ddGroup[d], std::vector<std::int64_t>(nIF, -1)});
         }
         std::int64_t& slot = records[it->second].rows[ddIF[d]];
         if (slot >= 0)
-            return Fail(error, msPath, "rows " + std::to_string(slot) + " and " + std::to_string(r) +
-                                           " hold the same time, baseline, field and spectral window");
+            return Fail(error, msPath,
+                        "rows " + std::to_string(slot) + " and " + std::to_string(r) +
+                            " hold the same time, baseline, field and spectral window");
         slot = static_cast<std::int64_t>(r);
     }
     if (records.size() > 2147483647u) return Fail(error, msPath, "more records than UVX can hold");
@@ -232,11 +242,14 @@ bool AMSImport::Read(const std::string& msPath, AUVXFile& out, CString& error) {
     const String firstName = fld.name()(0);
     AUVXHeader::SetText(header.object, sizeof header.object, nField > 1 ? "MULTI" : firstName.c_str());
     if (ms.observation().nrow() > 0) {
-        AUVXHeader::SetText(header.telescope, sizeof header.telescope, cols.observation().telescopeName()(0).c_str());
-        AUVXHeader::SetText(header.observer, sizeof header.observer, cols.observation().observer()(0).c_str());
+        AUVXHeader::SetText(header.telescope, sizeof header.telescope,
+                            cols.observation().telescopeName()(0).c_str());
+        AUVXHeader::SetText(header.observer, sizeof header.observer,
+                            cols.observation().observer()(0).c_str());
     }
     if (ms.processor().nrow() > 0)
-        AUVXHeader::SetText(header.instrument, sizeof header.instrument, cols.processor().subType()(0).c_str());
+        AUVXHeader::SetText(header.instrument, sizeof header.instrument,
+                            cols.processor().subType()(0).c_str());
     AUVXHeader::SetText(header.origin, sizeof header.origin, "merovane MS import");
     const Vector<Double> firstFreq = spw.chanFreq()(firstSpw);
     const Vector<Double> firstWidth = spw.chanWidth()(firstSpw);
@@ -277,14 +290,16 @@ bool AMSImport::Read(const std::string& msPath, AUVXFile& out, CString& error) {
             const Array<Complex> data = cols.data()(r);
             const Array<Bool> flag = cols.flag()(r);
             if (data.shape() != shape || flag.shape() != shape)
-                return Fail(error, msPath, "row " + std::to_string(r) + " holds DATA or FLAG of shape " +
-                                               data.shape().toString() + ", not " + shape.toString());
+                return Fail(error, msPath,
+                            "row " + std::to_string(r) + " holds DATA or FLAG of shape " +
+                                data.shape().toString() + ", not " + shape.toString());
             Array<Float> weights;
             const bool spectrum = haveSpectrum && cols.weightSpectrum().isDefined(r);
             if (spectrum) {
                 weights.reference(cols.weightSpectrum()(r));
                 if (weights.shape() != shape)
-                    return Fail(error, msPath, "row " + std::to_string(r) + " holds WEIGHT_SPECTRUM of another shape");
+                    return Fail(error, msPath,
+                                "row " + std::to_string(r) + " holds WEIGHT_SPECTRUM of another shape");
             }
             const Vector<Float> weight = cols.weight()(r);
             if (!spectrum && static_cast<int>(weight.size()) != nCorr)
@@ -296,7 +311,8 @@ bool AMSImport::Read(const std::string& msPath, AUVXFile& out, CString& error) {
                     const IPosition at(2, p, k);
                     const float w = std::fabs(spectrum ? weights(at) : weight[p]);
                     const bool flagged = rowFlag || flag(at);
-                    vis.At(iIF, k, p) = AUVXComplex{data(at).real(), data(at).imag(), flagged ? (w == 0 ? 0.0f : -w) : w};
+                    vis.At(iIF, k, p) =
+                        AUVXComplex{data(at).real(), data(at).imag(), flagged ? (w == 0 ? 0.0f : -w) : w};
                 }
         }
         group.freqId = static_cast<std::int8_t>(freqSel[rec.group]);

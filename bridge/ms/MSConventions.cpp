@@ -42,7 +42,9 @@ void MSReceptorsOfProduct(int fitsCode, int& first, int& second) {
         }
 }
 
-bool MSIsLinearProduct(int fitsCode) { return fitsCode <= -5 && fitsCode >= -8; }
+bool MSIsLinearProduct(int fitsCode) {
+    return fitsCode <= -5 && fitsCode >= -8;
+}
 
 std::string MSDateOfMJD(long mjd) {
     // Civil date from a day count (days from 1970-01-01), proleptic Gregorian.
@@ -55,7 +57,7 @@ std::string MSDateOfMJD(long mjd) {
     const long d = doy - (153 * mp + 2) / 5 + 1;
     const long m = mp < 10 ? mp + 3 : mp - 9;
     const long y = yoe + era * 400 + (m <= 2 ? 1 : 0);
-    char text[32];
+    char text[64];
     std::snprintf(text, sizeof text, "%04ld-%02ld-%02ld", y, m, d);
     return text;
 }

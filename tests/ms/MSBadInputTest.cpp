@@ -81,7 +81,8 @@ TEST(MSBadInput, ExportRefusesAndLeavesNothing) {
     RemoveTree(out);
     const std::string missing = MSTestPath("-missing.uvx");
     EXPECT_FALSE(bridge.ExportMS(missing.c_str(), out.c_str()));
-    EXPECT_NE(std::string(bridge.m_errMsg.GetString()).find(missing), std::string::npos) << bridge.m_errMsg.GetString();
+    EXPECT_NE(std::string(bridge.m_errMsg.GetString()).find(missing), std::string::npos)
+        << bridge.m_errMsg.GetString();
     EXPECT_FALSE(PathExists(out));
 
     // Products without a correlation type of the Measurement Set (Stokes I).
@@ -91,8 +92,9 @@ TEST(MSBadInput, ExportRefusesAndLeavesNothing) {
     std::string error;
     ASSERT_TRUE(WriteUVX(uvx, b, error)) << error;
     EXPECT_FALSE(bridge.ExportMS(uvx.c_str(), out.c_str()));
-    EXPECT_EQ(std::string(bridge.m_errMsg.GetString()),
-              uvx + ": product code 1 has no Measurement Set correlation type (only RR LL RL LR XX YY XY YX do)");
+    EXPECT_EQ(
+        std::string(bridge.m_errMsg.GetString()),
+        uvx + ": product code 1 has no Measurement Set correlation type (only RR LL RL LR XX YY XY YX do)");
     EXPECT_FALSE(PathExists(out));
     EXPECT_FALSE(PathExists(out + ".merovane-partial"));
 
@@ -102,7 +104,8 @@ TEST(MSBadInput, ExportRefusesAndLeavesNothing) {
     ASSERT_TRUE(WriteUVX(uvx, b, error)) << error;
     EXPECT_FALSE(bridge.ExportMS(uvx.c_str(), out.c_str()));
     EXPECT_EQ(std::string(bridge.m_errMsg.GetString()),
-              uvx + ": record " + std::to_string(b.groups.size()) + " has stations 3 and 9, not both in the AN table");
+              uvx + ": record " + std::to_string(b.groups.size()) +
+                  " has stations 3 and 9, not both in the AN table");
     EXPECT_FALSE(PathExists(out));
     EXPECT_FALSE(PathExists(out + ".merovane-partial"));
 
@@ -115,7 +118,8 @@ TEST(MSBadInput, ExportRefusesAndLeavesNothing) {
     b = OffsetSourceBuild(0.0, 0.0);
     ASSERT_TRUE(WriteUVX(uvx, b, error)) << error;
     EXPECT_FALSE(bridge.ExportMS(uvx.c_str(), other.c_str()));
-    EXPECT_EQ(std::string(bridge.m_errMsg.GetString()), other + ": exists and is not a Measurement Set; not replaced");
+    EXPECT_EQ(std::string(bridge.m_errMsg.GetString()),
+              other + ": exists and is not a Measurement Set; not replaced");
     EXPECT_EQ(Slurp(other), "keep me");
 }
 

@@ -34,7 +34,8 @@ int main(int argc, char** argv) {
     std::filesystem::create_directories(dir, ec);
     const std::string sim = dir + "/sim.uvx", simMs = dir + "/sim.ms";
     CString error;
-    if (!Simulate(MSSimConfig(), sim.c_str(), nullptr, nullptr, nullptr, &error)) return Fail(error.GetString());
+    if (!Simulate(MSSimConfig(), sim.c_str(), nullptr, nullptr, nullptr, &error))
+        return Fail(error.GetString());
     AMSBridge bridge;
     RemoveTree(simMs);
     if (!bridge.ExportMS(sim.c_str(), simMs.c_str())) return Fail(bridge.m_errMsg.GetString());

@@ -95,7 +95,8 @@ TEST(MSLayout, ScansFieldsWindowsAndProducts) {
     for (std::size_t i = 0; i < c.groups.size(); ++i) {
         int scan = 0;
         for (int s = 0; s < sl->nRows && scan == 0; ++s)
-            if (c.groups[i].time >= sl->GetDouble(s, 0) && c.groups[i].time <= sl->GetDouble(s, 1)) scan = s + 1;
+            if (c.groups[i].time >= sl->GetDouble(s, 0) && c.groups[i].time <= sl->GetDouble(s, 1))
+                scan = s + 1;
         ASSERT_GT(scan, 0);
         ASSERT_EQ(cols.scanNumber()(i * c.header.nIF), scan) << "record " << i;
     }

@@ -156,8 +156,8 @@ AUVXBuild OffsetSourceBuild(double l, double m) {
     h.nChan = 4;
     b.stationIds = {1, 2, 3, 4};
     // Geocentric positions of four European stations, metres.
-    b.stationXyz = {4033947.2, 486990.8,  4900431.0,  3828750.7, 442589.2,  5064921.6,
-                    3370965.9, 711466.2,  5349664.2,  4461369.7, 919597.1,  4449559.4};
+    b.stationXyz = {4033947.2, 486990.8, 4900431.0, 3828750.7, 442589.2, 5064921.6,
+                    3370965.9, 711466.2, 5349664.2, 4461369.7, 919597.1, 4449559.4};
     b.sourceIds = {1};
     b.sourceRaDec = {50.0, 40.0};
     b.ifOffsets = {0.0, 16e6};
@@ -177,12 +177,12 @@ AUVXBuild OffsetSourceBuild(double l, double m) {
                 g.freqId = 1;
                 g.sourceId = 1;
                 g.u = static_cast<float>((std::sin(hour) * bx + std::cos(hour) * by) / c);
-                g.v = static_cast<float>(
-                    (-std::sin(dec) * std::cos(hour) * bx + std::sin(dec) * std::sin(hour) * by + std::cos(dec) * bz) /
-                    c);
-                g.w = static_cast<float>(
-                    (std::cos(dec) * std::cos(hour) * bx - std::cos(dec) * std::sin(hour) * by + std::sin(dec) * bz) /
-                    c);
+                g.v = static_cast<float>((-std::sin(dec) * std::cos(hour) * bx +
+                                          std::sin(dec) * std::sin(hour) * by + std::cos(dec) * bz) /
+                                         c);
+                g.w = static_cast<float>((std::cos(dec) * std::cos(hour) * bx -
+                                          std::cos(dec) * std::sin(hour) * by + std::sin(dec) * bz) /
+                                         c);
                 g.time = time;
                 g.ant1 = static_cast<std::int8_t>(a1);
                 g.ant2 = static_cast<std::int8_t>(a2);
@@ -190,7 +190,8 @@ AUVXBuild OffsetSourceBuild(double l, double m) {
                 for (int iIF = 0; iIF < 2; ++iIF)
                     for (int k = 0; k < 4; ++k) {
                         const double f = h.refFreq + b.ifOffsets[iIF] + (k + 1 - h.refChan) * h.chanWidth;
-                        const double phase = -2.0 * pi * f * (double(g.u) * l + double(g.v) * m + double(g.w) * n1);
+                        const double phase =
+                            -2.0 * pi * f * (double(g.u) * l + double(g.v) * m + double(g.w) * n1);
                         for (int p = 0; p < 2; ++p)
                             vis.push_back(AUVXComplex{static_cast<float>(std::cos(phase)),
                                                       static_cast<float>(std::sin(phase)), 64.0f});
@@ -204,7 +205,9 @@ AUVXBuild OffsetSourceBuild(double l, double m) {
 
 namespace {
 
-std::string Text(const char* field, int size) { return AUVXHeader::Text(field, size).GetString(); }
+std::string Text(const char* field, int size) {
+    return AUVXHeader::Text(field, size).GetString();
+}
 
 }  // namespace
 
@@ -287,12 +290,13 @@ void ExpectSameContent(const AUVXContent& e, const AUVXContent& a, double timeTo
         const AUVXGroup& ga = a.groups[i];
         const bool same = ge.flags == ga.flags && ge.freqId == ga.freqId && ge.sourceId == ga.sourceId &&
                           ge.u == ga.u && ge.v == ga.v && ge.w == ga.w &&
-                          std::fabs(ge.time - ga.time) <= timeTolerance && ge.ant1 == ga.ant1 && ge.ant2 == ga.ant2;
+                          std::fabs(ge.time - ga.time) <= timeTolerance && ge.ant1 == ga.ant1 &&
+                          ge.ant2 == ga.ant2;
         if (!same) {
             ++differences;
-            ADD_FAILURE() << "record " << i << ": group differs (time " << ge.time << " vs " << ga.time << ", ants "
-                          << int(ge.ant1) << "-" << int(ge.ant2) << " vs " << int(ga.ant1) << "-" << int(ga.ant2)
-                          << ")";
+            ADD_FAILURE() << "record " << i << ": group differs (time " << ge.time << " vs " << ga.time
+                          << ", ants " << int(ge.ant1) << "-" << int(ge.ant2) << " vs " << int(ga.ant1) << "-"
+                          << int(ga.ant2) << ")";
             continue;
         }
         ASSERT_EQ(e.data[i].size(), a.data[i].size());
@@ -301,8 +305,8 @@ void ExpectSameContent(const AUVXContent& e, const AUVXContent& a, double timeTo
             const AUVXComplex& y = a.data[i][k];
             if (x.re != y.re || x.im != y.im || x.wt != y.wt) {
                 ++differences;
-                ADD_FAILURE() << "record " << i << " element " << k << ": " << x.re << " " << x.im << " " << x.wt
-                              << " became " << y.re << " " << y.im << " " << y.wt;
+                ADD_FAILURE() << "record " << i << " element " << k << ": " << x.re << " " << x.im << " "
+                              << x.wt << " became " << y.re << " " << y.im << " " << y.wt;
                 break;
             }
         }
@@ -318,7 +322,8 @@ void ExpectSameContent(const AUVXContent& e, const AUVXContent& a, double timeTo
 
 std::string MSTestPath(const std::string& suffix) {
     const ::testing::TestInfo* info = ::testing::UnitTest::GetInstance()->current_test_info();
-    const std::string name = info != nullptr ? std::string(info->test_suite_name()) + "-" + info->name() : "fixture";
+    const std::string name =
+        info != nullptr ? std::string(info->test_suite_name()) + "-" + info->name() : "fixture";
     return std::string(MEROVANE_TEST_TMP) + "/ms-" + name + suffix;
 }
 

@@ -32,12 +32,12 @@ struct AUVXBuild {
     AUVXHeader header;
     std::vector<AUVXGroup> groups;
     std::vector<std::vector<AUVXComplex>> data;
-    std::vector<int> stationIds;         // NOSTA of the AN rows
-    std::vector<double> stationXyz;      // x y z per station, metres
-    std::vector<int> sourceIds;          // ID. NO. of the SU rows
-    std::vector<double> sourceRaDec;     // ra dec per source, degrees
-    std::vector<double> ifOffsets;       // IF FREQ of the FQ row, Hz
-    std::vector<double> scanStartEnd;    // START END per SL row, seconds
+    std::vector<int> stationIds;       // NOSTA of the AN rows
+    std::vector<double> stationXyz;    // x y z per station, metres
+    std::vector<int> sourceIds;        // ID. NO. of the SU rows
+    std::vector<double> sourceRaDec;   // ra dec per source, degrees
+    std::vector<double> ifOffsets;     // IF FREQ of the FQ row, Hz
+    std::vector<double> scanStartEnd;  // START END per SL row, seconds
     std::string xyzHand = "RIGHT";
 };
 // Writes `b` with the UVX layer's writer; false with `error`.
