@@ -200,4 +200,40 @@ TEST(MSLayout, ScanListIsRebuiltFromScanNumbersWhenItDidNotTravel) {
     EXPECT_NE(returned.Table("AI"), nullptr);
 }
 
+// A Measurement Set from elsewhere may have no WEIGHT_SPECTRUM: each element then takes the WEIGHT
+// of its product, made negative where FLAG is set.
+TEST(MSLayout, WithoutWeightSpectrumElementsTakeTheProductWeight) {
+    std::string uvx, path;
+    ExportSimulated(uvx, path);
+    const AUVXContent original = LoadUVX(uvx);
+    const int nIF = original.header.nIF, nChan = original.header.nChan, nCorr = original.header.nStokes;
+    {
+        // Distinct weights per row and product, so that a wrong product or row shows.
+        Table main(path, Table::Update);
+        main.removeColumn("WEIGHT_SPECTRUM");
+        ArrayColumn<Float> weight(main, "WEIGHT");
+        Vector<Float> w(nCorr);
+        for (rownr_t r = 0; r < main.nrow(); ++r) {
+            for (int p = 0; p < nCorr; ++p) w[p] = static_cast<Float>(1 + r % 5 + 10 * p);
+            weight.put(r, w);
+        }
+    }
+    const std::string back = MSTestPath("-back.uvx");
+    AMSBridge bridge;
+    ASSERT_TRUE(bridge.ImportMS(path.c_str(), back.c_str())) << bridge.m_errMsg.GetString();
+    const AUVXContent returned = LoadUVX(back);
+    ASSERT_EQ(returned.error, "");
+    ASSERT_EQ(returned.data.size(), original.data.size());
+    for (std::size_t i = 0; i < original.data.size(); ++i)
+        for (int iIF = 0; iIF < nIF; ++iIF)
+            for (int k = 0; k < nChan; ++k)
+                for (int p = 0; p < nCorr; ++p) {
+                    const std::size_t e = static_cast<std::size_t>((iIF * nChan + k) * nCorr + p);
+                    const float expected = static_cast<float>(1 + (i * nIF + iIF) % 5 + 10 * p);
+                    const float wt = original.data[i][e].wt > 0 ? expected : -expected;
+                    ASSERT_EQ(returned.data[i][e].wt, wt) << "record " << i << " element " << e;
+                    ASSERT_EQ(returned.data[i][e].re, original.data[i][e].re);
+                }
+}
+
 #endif  // MEROVANE_TEST_CASACORE
