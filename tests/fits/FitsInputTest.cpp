@@ -335,3 +335,29 @@ TEST(FitsInput, ExportRefusesWhatIsNotUvxAndLeavesNothing) {
         EXPECT_FALSE(FitsFileExists(target + ".part"));
     }
 }
+
+// A table that declares itself left-handed is turned: the UVX file is always right-handed.
+TEST(FitsInput, DeclaredLeftHandedStationsAreTurned) {
+    AUVFitsPlan plan = StandardPlan(1);
+    plan.xyzhand = "left";
+    const std::string in = FitsTmpPath("lefthand.uvfits"), out = FitsTmpPath("lefthand.uvx");
+    std::string error;
+    ASSERT_TRUE(WriteUVFits(in, plan, error)) << error;
+    AFitsImport import;
+    ASSERT_TRUE(import.Import(in.c_str(), out.c_str())) << import.m_errMsg.GetString();
+    EXPECT_EQ(import.m_handedness, "declared by XYZHAND");
+    AUVXFile uvx;
+    ASSERT_TRUE(uvx.Open(out.c_str()));
+    std::unique_ptr<AUVXTable> an(uvx.GetTable(kLayoutAN.name));
+    ASSERT_TRUE(an);
+    ASSERT_EQ(an->nRows, 3);
+    for (int r = 0; r < 3; ++r) {
+        EXPECT_EQ(an->GetDouble(r, kANStabXyz, 0), plan.stations[r].x);
+        EXPECT_EQ(an->GetDouble(r, kANStabXyz, 1), -plan.stations[r].y);
+        EXPECT_EQ(an->GetDouble(r, kANStabXyz, 2), plan.stations[r].z);
+        EXPECT_EQ(an->GetText(r, kANName), plan.stations[r].name.c_str());
+    }
+    CString hand;
+    ASSERT_TRUE(an->GetKeyword(kKeyXyzHand, hand));
+    EXPECT_EQ(hand, "RIGHT");
+}
