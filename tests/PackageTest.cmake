@@ -133,8 +133,13 @@ run(${CMAKE_COMMAND} --build ${headers_dir}/build)
 list(LENGTH headers n)
 message(STATUS "${n} installed headers compile and link on their own")
 
-# The example with find_package.
+# The example with find_package, which must have found the install and not the build tree.
 check_consumer(${WORK}/consumer -DCMAKE_PREFIX_PATH=${prefix})
+file(STRINGS ${WORK}/consumer/CMakeCache.txt found REGEX "^merovane_DIR:")
+string(FIND "${found}" "${prefix}/" at)
+if(NOT at GREATER -1)
+  message(FATAL_ERROR "the consumer found another package than the install: ${found}")
+endif()
 
 # The example with pkg-config and the compiler alone.
 find_program(PKG_CONFIG pkg-config)
