@@ -159,9 +159,10 @@ bool ABPass::Calculate_PH_CS_LMS1(APtrArray<AUVXVisibility*>& visibilities, AArr
     AArray<double> x(n), work(m);
     const int status = QRDecompose(a.data, n * 8, 8, work.data, q.data, n * 8, 8, n, m);
     if (status != QRStatusOk) return false;
-    // The measured phases of one product and IF, channel by channel: row iChan holds the right-hand
-    // side of that channel. Filled record by record, each record's spectrum at once, so that the
-    // arctangents run on whole spectra and the solves read contiguous rows.
+    // The measured phases (AUVXComplex::phase(), to the bit) of one product and IF, channel by
+    // channel: row iChan holds the right-hand side of that channel. Filled record by record, each
+    // record's spectrum at once, so that the arctangents run four channels at a time and the solves
+    // read contiguous rows.
     AMatrix<double> phases(static_cast<std::uint32_t>(s.nChan), static_cast<std::uint32_t>(m));
     if (q.data == nullptr || phases.data == nullptr) return false;
 

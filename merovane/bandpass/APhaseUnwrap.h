@@ -30,10 +30,9 @@ int PhaseParallelIndex(int code, int nPol);
 void PhaseRotate(std::complex<float>& coef, double angle);
 
 // out[c x outStride] = the phase in radians of element (iIF, c, iStokes) of `vis`, for c from 0 to
-// vis.nChan - 1: the angle of AUVXComplex::phase(), computed four channels at a time in single
-// precision by a polynomial, within 3e-7 rad of the exact angle (AUVXComplex::phase() is within
-// 2.4e-7, so the two may differ by about two units of the last float place). Zeros, infinities and
-// NaN take AUVXComplex::phase() itself.
+// vis.nChan - 1: AUVXComplex::phase() to the bit (the C library's single-precision atan2, computed
+// here four channels at a time with the same operations in the same order), NaN payloads and the
+// signs of zeros included. Nothing else of `out` is written.
 void PhaseSpectrum(const AUVXVisibility& vis, int iIF, int iStokes, double* out, int outStride);
 
 // True if `vis` is there and holds exactly nIF (at least 1) x nChan x nStokes elements in that
