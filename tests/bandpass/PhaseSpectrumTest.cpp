@@ -125,7 +125,7 @@ TEST(PhaseSpectrum, EqualsPhaseAtTheEdgesOfTheReduction) {
         const std::int32_t ix =
             static_cast<std::int32_t>((static_cast<std::uint32_t>(1 + i % 253) << 23) | mantissa(rng));
         for (std::int32_t gap : {60 << 23, 61 << 23, -(60 << 23), -(61 << 23)}) {
-            const std::int32_t iy = ix + gap + static_cast<std::int32_t>(mantissa(rng)) - 0x400000;
+            const std::int64_t iy = static_cast<std::int64_t>(ix) + gap + mantissa(rng) - 0x400000;
             if (iy <= 0 || iy >= 0x7f800000) continue;
             const float x = FromBits(static_cast<std::uint32_t>(ix)),
                         y = FromBits(static_cast<std::uint32_t>(iy));
