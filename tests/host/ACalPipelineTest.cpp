@@ -334,7 +334,9 @@ TEST_F(PipelineTest, AStationWithFarTsysIsNamedAndItsRecordsHeldOrDropped) {
     std::vector<AHostRecord> written;
     ASSERT_TRUE(ReadRecords(out, h, written));
     for (const auto& r : written)
-        if (r.group.ant1 == 3 || r.group.ant2 == 3) EXPECT_LE(r.group.time, 72120.0 + 180.0);
+        if (r.group.ant1 == 3 || r.group.ant2 == 3) {
+            EXPECT_LE(r.group.time, 72120.0 + 180.0);
+        }
 }
 
 TEST_F(PipelineTest, MissingTablesAndAutocorrelationsAreToldAsNotDone) {

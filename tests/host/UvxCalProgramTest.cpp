@@ -76,7 +76,9 @@ TEST_F(UvxCalTest, ExitCodesAndMessages) {
         const ARun r = UvxCal(c.args);
         EXPECT_EQ(r.code, c.code) << c.args << "\n" << r.err;
         EXPECT_NE((c.code == 0 ? r.out : r.err).find(c.text), std::string::npos) << c.args << "\n" << r.err;
-        if (c.code != 0) EXPECT_FALSE(fs::exists(out)) << c.args;
+        if (c.code != 0) {
+            EXPECT_FALSE(fs::exists(out)) << c.args;
+        }
     }
 }
 
