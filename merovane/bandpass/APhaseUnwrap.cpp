@@ -55,7 +55,6 @@ constexpr float kPiLo = -0x1.777a5cp-24f;  // pi - kPi
 constexpr float kTiny = 0x1.4484cp-100f;   // added where the scalar code raises inexact
 
 // Bit patterns of |t| at the interval edges of the reduction.
-constexpr std::int32_t kBitsTiny = 0x31000000;   // 2^-29: atan(t) is t
 constexpr std::int32_t kBits7o16 = 0x3ee00000;   // 7/16
 constexpr std::int32_t kBits11o16 = 0x3f300000;  // 11/16
 constexpr std::int32_t kBits19o16 = 0x3f980000;  // 19/16
@@ -125,7 +124,8 @@ inline bool Atan2Lanes(const APhaseLanes& y, const APhaseLanes& x, APhaseLanes& 
     if (!any) return false;
 
     // The rules in the reverse of the order in which the scalar code tests them, each later one
-    // overriding the earlier.
+    // overriding the earlier. Its shortcut for x = 1, atan(y) at once, gives what the general path
+    // gives, so it needs no rule of its own.
     const APhaseMask inf = SplatInt(kBitsInf), yNeg = hy < SplatInt(0);
     nan = (ix > inf) | (iy > inf);
     const APhaseLanes halfPi = yNeg ? Splat(-kPiO2 - kTiny) : Splat(kPiO2 + kTiny);
